@@ -1,0 +1,42 @@
+#include "module.h"
+
+#include <libxml/parser.h>
+
+#include "export/text_transcript.h"
+#include "model/speaker_list.h"
+#include "model/word_grouping.h"
+#include "platform/platform.h"
+#include "readers/movie_reader.h"
+#include "timecode/timecode.h"
+
+namespace murmurase {
+namespace {
+
+// In the order of installation. The timecode operations may be installed again.
+constexpr Operation operations[] = {
+    operation<to_timecode>("to_timecode", true),
+    operation<to_timestamp>("to_timestamp", true),
+    operation<to_frames>("to_frames", true),
+    operation<parse_xmp_from_mov>("parse_xmp_from_mov"),
+    operation<build_speakers_array>("build_speakers_array"),
+    operation<build_words_array>("build_words_array"),
+    operation<save_to_text>("save_to_text"),
+};
+
+void prepare_working_folder(Process& process) {
+  const std::vector<std::string> directories = process.platform.application_support_directories();
+  if (directories.empty()) return;
+  const std::string folder = process.platform.expand_tilde(directories.front()) + "/Fernwork";
+  if (!process.platform.is_directory(folder)) process.platform.create_directory(folder);
+  process.temp_xml_file = folder + "/Parlenda.xml";
+}
+
+}  // namespace
+
+void start_up(Module& module) {
+  xmlInitParser();
+  prepare_working_folder(module.process);
+  for (const Operation& each : operations) module.operations.install(each);
+}
+
+}  // namespace murmurase

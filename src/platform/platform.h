@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/byte_buffer.h"
+
+namespace murmurase {
+
+// What the XMP tool left behind.
+struct ToolRun {
+  int wait_status = 0;  // as waitpid reports it: 0 only for an exit with code 0
+  ByteBuffer output;    // all of its standard output
+};
+
+// What the module asks of the system. Every function throws an error of kind system, with the system's
+// error number, unless it says otherwise.
+class Platform {
+ public:
+  virtual ~Platform() = default;
+
+  // The current user's Application Support directories, the first one counting; may be none, and may
+  // begin with a tilde.
+  virtual std::vector<std::string> application_support_directories() = 0;
+
+  // The path with a leading "~" replaced by the user's home directory; unchanged without a home.
+  virtual std::string expand_tilde(const std::string& path) = 0;
+
+  // Whether a directory, and not a plain file, stands at the path.
+  virtual bool is_directory(const std::string& path) = 0;
+
+  // Makes one directory, with the default permissions; its parent must exist.
+  virtual void create_directory(const std::string& path) = 0;
+
+  // Has the shell run `command` with the arguments "get" and the movie's path, each of which arrives
+  // unchanged as one argument whatever characters it holds, reads all of its standard output and
+  // waits for its end. A tool that cannot be started is no error here: the shell reports it with a
+  // wait status. Argument error for a zero byte in either path.
+  virtual ToolRun run_xmp_tool(const std::string& command, const std::string& movie_path) = 0;
+
+  // Makes a file of these bytes, replacing one of that name: at every moment the path holds either
+  // the old file or the whole new one. Links are followed; devices and pipes are written straight.
+  virtual void replace_file(const std::string& path, std::string_view bytes) = 0;
+};
+
+// The platform that this module was built for. Lives as long as the process.
+Platform& system_platform();
+
+}  // namespace murmurase

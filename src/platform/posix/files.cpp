@@ -1,0 +1,146 @@
+#include "platform/posix/files.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <optional>
+#include <random>
+
+#include "core/error.h"
+
+namespace murmurase {
+namespace {
+
+constexpr std::string_view action = "write";
+
+int write_all(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = write(descriptor, bytes.data(), bytes.size());
+    if (written >= 0) {
+      bytes.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno != EINTR) {
+      return errno;
+    }
+  }
+  return 0;
+}
+
+// The number of an open descriptor that the path names, as /dev/stdout does. Writing to the descriptor
+// itself goes where its own position is; opening it by its name again would start at the beginning.
+std::optional<int> named_descriptor(std::string_view path) {
+  if (path == "/dev/stdout") return STDOUT_FILENO;
+  if (path == "/dev/stderr") return STDERR_FILENO;
+  for (const std::string_view folder : {"/dev/fd/", "/proc/self/fd/"}) {
+    if (!path.starts_with(folder)) continue;
+    const std::string_view digits = path.substr(folder.size());
+    int number = 0;
+    const auto [end, error] =
+        std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    if (error == std::errc() && end == digits.data() + digits.size() && number >= 0) return number;
+  }
+  return std::nullopt;
+}
+
+// The path behind symbolic links, so that a link stays and what it leads to is replaced. A link may
+// lead to a file that is not there yet, or to an open descriptor, where the links end.
+std::string resolve_links(std::string path) {
+  std::array<char, PATH_MAX> target{};
+  for (int links = 0; !named_descriptor(path); ++links) {
+    const ssize_t length = readlink(path.c_str(), target.data(), target.size());
+    if (length < 0) break;
+    if (links == 40) throw system_error(action, path, ELOOP);
+    const std::string_view next(target.data(), static_cast<std::size_t>(length));
+    path = next.starts_with('/') ? std::string(next)
+                                 : path.substr(0, path.rfind('/') + 1).append(next);
+  }
+  return path;
+}
+
+void write_straight(const std::string& path, int descriptor, std::string_view bytes) {
+  if (const int error = write_all(descriptor, bytes); error != 0) {
+    throw system_error(action, path, error);
+  }
+}
+
+// Makes a file of a name that no other has, in the target's folder and so on its file system.
+FileDescriptor create_beside(const std::string& target, std::string& path) {
+  const std::string folder = target.substr(0, target.rfind('/') + 1);
+  std::random_device random;
+  while (true) {
+    path = fmt::format("{}.murmurase-{:08x}.tmp", folder, random());
+    FileDescriptor file(
+        open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
+    if (file.get() >= 0 || errno != EEXIST) return file;
+  }
+}
+
+// Gives 0, or errno of the first step that failed.
+int fill_and_rename(FileDescriptor& file, const std::string& path, std::string_view bytes,
+                    const struct stat* replaced, const std::string& target) {
+  if (const int error = write_all(file.get(), bytes); error != 0) return error;
+  if (replaced != nullptr && fchmod(file.get(), replaced->st_mode & 07777) != 0) return errno;
+  if (fsync(file.get()) != 0) return errno;
+  if (const int error = file.close(); error != 0) return error;
+  return rename(path.c_str(), target.c_str()) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+int FileDescriptor::close() {
+  if (descriptor_ < 0) return 0;
+  const int result = ::close(descriptor_);
+  descriptor_ = -1;
+  return result == 0 ? 0 : errno;
+}
+
+int read_all(int descriptor, ByteBuffer& buffer) {
+  while (true) {
+    const std::span<char> room = buffer.room(std::size_t{1} << 16);
+    const ssize_t count = read(descriptor, room.data(), room.size());
+    if (count == 0) return 0;
+    if (count > 0) {
+      buffer.grow(static_cast<std::size_t>(count));
+    } else if (errno != EINTR) {
+      return errno;
+    }
+  }
+}
+
+void replace_file(const std::string& path, std::string_view bytes) {
+  if (path.find('\0') != std::string::npos) {
+    throw Error(ErrorKind::argument, fmt::format("the path {} holds a zero byte", printable(path)));
+  }
+  const std::string target = resolve_links(path);
+  if (const std::optional<int> descriptor = named_descriptor(target)) {
+    write_straight(path, *descriptor, bytes);
+    return;
+  }
+  struct stat status {};
+  const bool exists = stat(target.c_str(), &status) == 0;
+  if (exists && S_ISDIR(status.st_mode)) throw system_error(action, path, EISDIR);
+  if (exists && !S_ISREG(status.st_mode)) {
+    const FileDescriptor device(open(target.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
+    if (device.get() < 0) throw system_error(action, path, errno);
+    write_straight(path, device.get(), bytes);
+    return;
+  }
+  if (exists && access(target.c_str(), W_OK) != 0) throw system_error(action, path, errno);
+  std::string new_path;
+  FileDescriptor file = create_beside(target, new_path);
+  if (file.get() < 0) throw system_error(action, path, errno);
+  const int error =
+      fill_and_rename(file, new_path, bytes, exists ? &status : nullptr, target);
+  if (error != 0) {
+    unlink(new_path.c_str());
+    throw system_error(action, path, error);
+  }
+}
+
+}  // namespace murmurase

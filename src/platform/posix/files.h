@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/byte_buffer.h"
+
+namespace murmurase {
+
+// Owns an open file descriptor.
+class FileDescriptor {
+ public:
+  explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
+  FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(other.descriptor_) {
+    other.descriptor_ = -1;
+  }
+  FileDescriptor& operator=(FileDescriptor&&) = delete;
+  ~FileDescriptor() { close(); }
+
+  int get() const { return descriptor_; }
+  int close();  // 0, or errno
+
+ private:
+  int descriptor_;
+};
+
+// Appends all there is to read. Gives 0, or errno.
+[[nodiscard]] int read_all(int descriptor, ByteBuffer& buffer);
+
+// As Platform::replace_file.
+void replace_file(const std::string& path, std::string_view bytes);
+
+}  // namespace murmurase

@@ -1,0 +1,158 @@
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <utility>
+
+#include "core/error.h"
+#include "platform/platform.h"
+#include "platform/posix/files.h"
+
+extern char** environ;  // NOLINT: POSIX has no header for it
+
+namespace murmurase {
+namespace {
+
+// The path in double quotes, in which only these four characters keep a meaning to the shell.
+std::string in_double_quotes(std::string_view path) {
+  std::string text = "\"";
+  for (const char c : path) {
+    if (c == '\0') {
+      throw Error(ErrorKind::argument,
+                  fmt::format("the path {} holds a zero byte", printable(path)));
+    }
+    if (c == '"' || c == '\\' || c == '$' || c == '`') text += '\\';
+    text += c;
+  }
+  return text + '"';
+}
+
+// A pipe whose ends stay clear of the standard streams' numbers, which a host may have closed.
+std::pair<FileDescriptor, FileDescriptor> make_pipe() {
+  std::array<int, 2> ends{};
+  if (pipe(ends.data()) != 0) throw system_error("make a pipe for", "the XMP tool", errno);
+  const auto clear = [](int end) {
+    const FileDescriptor low(end);
+    FileDescriptor high(fcntl(end, F_DUPFD_CLOEXEC, 3));
+    if (high.get() < 0) throw system_error("make a pipe for", "the XMP tool", errno);
+    return high;
+  };
+  FileDescriptor read_end = clear(ends[0]);
+  return {std::move(read_end), clear(ends[1])};
+}
+
+// Starts /bin/sh with the command text, its standard output going to `output`. The host's handling of
+// a closed pipe is not the tool's.
+pid_t start_shell(std::string text, int output) {
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t defaults;
+  sigemptyset(&defaults);
+  sigaddset(&defaults, SIGPIPE);
+  posix_spawnattr_setsigdefault(&attributes, &defaults);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+
+  std::string shell = "sh";
+  std::string option = "-c";
+  const std::array<char*, 4> arguments = {shell.data(), option.data(), text.data(), nullptr};
+  pid_t child = 0;
+  const int error =
+      posix_spawn(&child, "/bin/sh", &actions, &attributes, arguments.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attributes);
+  if (error != 0) throw system_error("start", "/bin/sh for the XMP tool", error);
+  return child;
+}
+
+int wait_for(pid_t child) {
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) throw system_error("learn the end of", "the XMP tool", errno);
+  }
+  return status;
+}
+
+class PosixPlatform : public Platform {
+ public:
+  // ~/.local/share may not be there yet on a new account; its own standard says that whoever writes
+  // into it first makes it. Where it cannot be made there is no home to keep anything in.
+  std::vector<std::string> application_support_directories() override {
+#ifdef __APPLE__
+    std::string directory = "~/Library/Application Support";
+#else
+    const char* data_home = std::getenv("XDG_DATA_HOME");
+    std::string directory =
+        data_home != nullptr && *data_home == '/' ? data_home : "~/.local/share";
+#endif
+    while (directory.size() > 1 && directory.back() == '/') directory.pop_back();
+    const std::string expanded = expand_tilde(directory);
+    if (expanded.starts_with('~')) return {};
+    std::error_code error;
+    std::filesystem::create_directories(expanded, error);
+    if (!is_directory(expanded)) return {};
+    return {directory};
+  }
+
+  std::string expand_tilde(const std::string& path) override {
+    const char* home = std::getenv("HOME");
+    const bool leading = path == "~" || path.starts_with("~/");
+    if (!leading || home == nullptr || *home != '/') return path;
+    return home + path.substr(1);
+  }
+
+  bool is_directory(const std::string& path) override {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+  }
+
+  void create_directory(const std::string& path) override {
+    if (mkdir(path.c_str(), 0777) != 0) throw system_error("make the folder", path, errno);
+  }
+
+  ToolRun run_xmp_tool(const std::string& command, const std::string& movie_path) override {
+    const std::string text = in_double_quotes(command) + " get " + in_double_quotes(movie_path);
+    auto [read_end, write_end] = make_pipe();
+#ifdef F_SETPIPE_SZ
+    fcntl(read_end.get(), F_SETPIPE_SZ, 1 << 20);  // fewer turns; a refusal costs nothing else
+#endif
+    const pid_t child = start_shell(text, write_end.get());
+    write_end.close();
+    ToolRun run;
+    int read_error = 0;
+    try {
+      read_error = read_all(read_end.get(), run.output);
+    } catch (...) {
+      read_end.close();  // the tool meets a closed pipe, and ends
+      wait_for(child);
+      throw;
+    }
+    read_end.close();
+    run.wait_status = wait_for(child);
+    if (read_error != 0) throw system_error("read the output of", command, read_error);
+    return run;
+  }
+
+  void replace_file(const std::string& path, std::string_view bytes) override {
+    murmurase::replace_file(path, bytes);
+  }
+};
+
+}  // namespace
+
+Platform& system_platform() {
+  static PosixPlatform platform;
+  return platform;
+}
+
+}  // namespace murmurase

@@ -1,0 +1,90 @@
+#include "readers/movie_reader.h"
+
+#include <fmt/format.h>
+
+#include "core/error.h"
+#include "core/numbers.h"
+#include "platform/platform.h"
+#include "readers/xmp_names.h"
+#include "timecode/timecode.h"
+
+namespace murmurase {
+namespace {
+
+// What one walk over the packet finds.
+struct MovieProperties {
+  std::optional<std::string> scale;
+  std::optional<std::string> start_timecode;
+  std::vector<XmlElement> track_types;
+};
+
+MovieProperties find_properties(const XmlDocument& document) {
+  MovieProperties found;
+  std::string scratch;
+  for (xmlNode* node = xml::first_element(document); node != nullptr;
+       node = xml::next_element(node)) {
+    if (xml::is_named(node, xmp::track_type)) {
+      found.track_types.push_back({document, node});
+    } else if (!found.start_timecode && xml::is_named(node, xmp::time_value)) {
+      found.start_timecode = xml::text_content(node, scratch);
+    } else if (!found.scale && xml::is_named(node, xmp::scale) &&
+               xml::is_named(node->parent, xmp::duration)) {
+      found.scale = xml::text_content(node, scratch);
+    }
+  }
+  return found;
+}
+
+// Frames per second, of a scale written as numerator, slash, denominator.
+double rate_of_scale(std::string_view scale) {
+  const std::size_t slash = scale.find('/');
+  const double numerator = leading_double_with_underscores(scale.substr(0, slash));
+  double denominator = 0.0;
+  if (slash != std::string_view::npos) {
+    const std::string_view rest = scale.substr(slash + 1);
+    denominator = leading_double_with_underscores(rest.substr(0, rest.find('/')));
+  }
+  // Hundredths of a frame per second are what most scales count; the others count frames.
+  const double rate = denominator / numerator / 100.0;
+  return rate < 1 ? rate * 100.0 : rate;
+}
+
+}  // namespace
+
+std::optional<std::vector<XmlElement>> parse_xmp_from_mov(Controller& controller,
+                                                          const std::string& movie_path) {
+  std::optional<MovieProperties> movie;
+  {
+    const ToolRun run =
+        controller.process.platform.run_xmp_tool(controller.xmpcommand.value_or(""), movie_path);
+    if (run.wait_status != 0) {
+      controller.transcription_xml.reset();
+      return std::nullopt;
+    }
+    movie = find_properties(xml::parse_values(
+        run.output.view(), xmp::values, xmp::dynamic_media,
+        fmt::format("what the XMP tool printed for {}", printable(movie_path))));
+  }
+
+  if (movie->scale) controller.frame_rate = rate_of_scale(*movie->scale);
+  if (movie->start_timecode) {
+    const std::string& timecode = *movie->start_timecode;
+    controller.displayformat = timecode.find(';') != std::string::npos ? "DF" : "NDF";
+    const double rate = required(controller.frame_rate, "frame_rate");
+    controller.first_frame = static_cast<double>(to_frames(
+        timecode, round_half_away(rate, "the frame rate"), *controller.displayformat));
+  } else {
+    controller.displayformat = "NDF";
+    controller.first_frame = 0.0;
+  }
+  controller.transcription_xml.reset();
+  std::string scratch;
+  for (const XmlElement& track_type : movie->track_types) {
+    if (xml::text_content(track_type.node, scratch) == "Speech") {
+      controller.transcription_xml = XmlElement{track_type.document, track_type.node->parent};
+    }
+  }
+  return std::move(movie->track_types);
+}
+
+}  // namespace murmurase

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <libxml/tree.h>
+
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "core/value.h"
+
+// A thin layer over libxml2. Nothing here reads from the network or loads an external entity or DTD.
+namespace murmurase::xml {
+
+// An element's name: namespace and local name, zero-terminated.
+struct Name {
+  const char* space;
+  const char* local;
+};
+
+// Parses a packet leniently: what is malformed is passed over. Character data is kept only inside
+// elements of the names in `values` (which share one namespace); elsewhere, where no look-up can see
+// it, none is built, which spares two fifths of a transcription's nodes. Internal entities are
+// replaced by their content. `what` names the packet in errors. Errors: xml when there is no root
+// element, or when a limit that guards against hostile documents (nesting, exploding entities, giant
+// texts) is passed; memory.
+XmlDocument parse_values(std::string_view bytes, std::span<const char* const> values,
+                         const char* space, std::string_view what);
+
+// A deep copy. Error: memory.
+XmlDocument copy(const XmlDocument& document);
+
+bool is_named(const xmlNode* node, const Name& name);
+
+// The document's root element.
+xmlNode* first_element(const XmlDocument& document);
+
+// The element after `node` in document order, whatever its depth; null after the last.
+xmlNode* next_element(const xmlNode* node);
+
+// The first child element of that name, or null.
+xmlNode* child(const xmlNode* parent, const Name& name);
+
+// All character data inside the element, its descendants' included, in document order, untrimmed.
+// The view lasts until `scratch` changes or the document dies.
+std::string_view text_content(const xmlNode* element, std::string& scratch);
+
+}  // namespace murmurase::xml
