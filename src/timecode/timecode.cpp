@@ -30,7 +30,7 @@ class Label {
     }
   }
   void separator(char c) { *end_++ = c; }
-  std::string text() const { return {text_.data(), end_}; }
+  std::string text() const { return std::string(text_.data(), static_cast<const char*>(end_)); }
 
  private:
   std::array<char, 96> text_;
