@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "core/printable.h"
+
 namespace murmurase {
 
 // The kinds of the public interface, by the same numbers.
@@ -36,10 +38,6 @@ class Error : public std::exception {
   int number_;
   std::string message_;
 };
-
-// The text on one line: control characters as backslash escapes, all else unchanged. For names and
-// texts of strangers in messages.
-std::string printable(std::string_view text);
 
 // "cannot DO PATH: the system's reason", with the error number kept.
 Error system_error(std::string_view action, std::string_view path, int number);

@@ -6,7 +6,6 @@
 #include <libxml/parserInternals.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstring>
 #include <new>
 
@@ -105,6 +104,14 @@ void note_problem(void* context, xmlErrorPtr problem) {
   xmlStopParser(parser);
 }
 
+// Gives the parser the next bytes of a view and takes them off it.
+int read_piece(void* view, char* piece, int length) {
+  auto& bytes = *static_cast<std::string_view*>(view);
+  const std::size_t count = bytes.copy(piece, static_cast<std::size_t>(length));
+  bytes.remove_prefix(count);
+  return static_cast<int>(count);
+}
+
 }  // namespace
 
 XmlDocument parse_values(std::string_view bytes, std::span<const char* const> values,
@@ -113,7 +120,6 @@ XmlDocument parse_values(std::string_view bytes, std::span<const char* const> va
     throw Error(ErrorKind::xml, fmt::format("{} cannot be read as XML: {}", what, reason));
   };
   if (bytes.empty()) fail("it is empty");
-  if (bytes.size() > INT_MAX) fail("it is larger than 2 GiB");
   Context context(xmlNewParserCtxt());
   if (!context) throw std::bad_alloc();
   xmlCtxtUseOptions(context.get(),
@@ -135,9 +141,9 @@ XmlDocument parse_values(std::string_view bytes, std::span<const char* const> va
   sax.entityDecl = entity_declaration;
   sax.serror = note_problem;
 
-  // The buffer is read in place; xmlReadMemory would copy it first.
-  xmlParserInputBuffer* buffer = xmlParserInputBufferCreateStatic(
-      bytes.data(), static_cast<int>(bytes.size()), XML_CHAR_ENCODING_NONE);
+  // Handed over in small pieces; xmlReadMemory would first copy the whole packet.
+  xmlParserInputBuffer* buffer =
+      xmlParserInputBufferCreateIO(read_piece, nullptr, &bytes, XML_CHAR_ENCODING_NONE);
   if (buffer == nullptr) throw std::bad_alloc();
   xmlParserInput* input = xmlNewIOInputStream(context.get(), buffer, XML_CHAR_ENCODING_NONE);
   if (input == nullptr) {

@@ -1,0 +1,172 @@
+#include "commands.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "core/printable.h"
+
+namespace host {
+namespace {
+
+using murmurase::printable;
+
+void print(const std::string& text) {
+  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
+    throw Failure(fmt::format("cannot write standard output: {}", std::strerror(errno)));
+  }
+}
+
+void print_json(const json& data) {
+  print(data.dump(2, ' ', false, json::error_handler_t::replace) + '\n');
+}
+
+// Runs one command on the movie; a failure names it.
+template <typename Command>
+void with_movie(const MovieOptions& options, const Command& command) {
+  load_module();
+  try {
+    Controller controller;
+    read_movie(controller, options);
+    command(controller);
+  } catch (const Failure& failure) {
+    throw movie_failure(options.movie, failure.what());
+  }
+}
+
+std::int64_t whole_rate(double rate) { return std::llround(rate); }
+
+const char* format_name(bool drop_frame) { return drop_frame ? "DF" : "NDF"; }
+
+// The module's label of a time of the movie: a timecode where rate and format are known.
+class Labels {
+ public:
+  explicit Labels(Controller& controller)
+      : controller_(controller),
+        rate_(controller.get("frame_rate")),
+        format_(controller.get("displayformat")),
+        first_frame_(controller.get("first_frame")) {}
+
+  std::string label(double seconds) {
+    if (rate_.is_null() || format_.is_null()) return text("to_timestamp", {seconds});
+    const auto rate = rate_.get<double>();
+    const double frames = first_frame_.get<double>() + seconds * rate;
+    return text("to_timecode", {frames, json(std::round(rate)), format_});
+  }
+
+ private:
+  std::string text(const char* operation, std::initializer_list<json> arguments) {
+    return to_json(controller_.call(operation, arguments).get()).get<std::string>();
+  }
+
+  Controller& controller_;
+  json rate_;
+  json format_;
+  json first_frame_;
+};
+
+// Characters, not bytes.
+std::size_t width(const std::string& text) {
+  return static_cast<std::size_t>(
+      std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+// Columns two blanks apart, the last one ragged.
+std::string table(const std::vector<std::array<std::string, 4>>& rows) {
+  std::array<std::size_t, 3> widths{};
+  for (const auto& row : rows) {
+    for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], width(row[i]));
+  }
+  std::string text;
+  for (const auto& row : rows) {
+    for (std::size_t i = 0; i < widths.size(); ++i) {
+      text.append(row[i]).append(widths[i] - width(row[i]) + 2, ' ');
+    }
+    text.append(row.back()).append("\n");
+  }
+  return text;
+}
+
+std::string phrase_table(Controller& controller) {
+  Labels labels(controller);
+  json names = json::object();
+  for (const json& entry : controller.get("speakers_array")) {
+    const auto& speaker = entry["Speaker"].get_ref<const std::string&>();
+    names[speaker] = entry["Name"].is_null() ? entry["Speaker"] : entry["Name"];
+  }
+  std::vector<std::array<std::string, 4>> rows = {{"In", "Out", "Speaker", "Words"}};
+  for (const json& phrase : controller.get("words_array")) {
+    rows.push_back({labels.label(phrase["time_in"].get<double>()),
+                    labels.label(phrase["time_out"].get<double>()),
+                    printable(names[phrase["speaker"].get_ref<const std::string&>()]
+                                  .get_ref<const std::string&>()),
+                    printable(phrase["words"].get_ref<const std::string&>())});
+  }
+  return table(rows);
+}
+
+}  // namespace
+
+void print_speakers(const MovieOptions& options, bool as_json) {
+  with_movie(options, [&](Controller& controller) {
+    const json speakers = controller.get("speakers_array");
+    if (as_json) {
+      print_json(speakers);
+      return;
+    }
+    std::string lines;
+    for (const json& entry : speakers) {
+      lines += printable(entry["Speaker"].get_ref<const std::string&>()) + '\n';
+    }
+    print(lines);
+  });
+}
+
+void print_phrases(const MovieOptions& options, bool as_json) {
+  with_movie(options, [&](Controller& controller) {
+    controller.call("build_words_array", {options.words});
+    if (!as_json) {
+      print(phrase_table(controller));
+      return;
+    }
+    print_json({{"frame_rate", controller.get("frame_rate")},
+                {"displayformat", controller.get("displayformat")},
+                {"first_frame", controller.get("first_frame")},
+                {"speakers", controller.get("speakers_array")},
+                {"phrases", controller.get("words_array")}});
+  });
+}
+
+void write_text(const MovieOptions& options, const std::string& output) {
+  with_movie(options, [&](Controller& controller) {
+    controller.call("save_to_text", {options.words, output == "-" ? "/dev/stdout" : output});
+  });
+}
+
+void print_label(double frames, double rate, bool drop_frame) {
+  load_module();
+  const Value label = Controller().call(
+      "to_timecode", {frames, whole_rate(rate), format_name(drop_frame)});
+  print(to_json(label.get()).get<std::string>() + '\n');
+}
+
+void print_frames(const std::string& label, double rate, bool drop_frame) {
+  load_module();
+  const Value frames = Controller().call(
+      "to_frames", {label, whole_rate(rate), format_name(drop_frame)});
+  print(to_json(frames.get()).dump() + '\n');
+}
+
+void print_clock(double seconds) {
+  load_module();
+  const Value label = Controller().call("to_timestamp", {seconds});
+  print(to_json(label.get()).get<std::string>() + '\n');
+}
+
+}  // namespace host

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "movie.h"
+
+// What each word of the command line does. Each throws a Failure; nothing else is printed then.
+namespace host {
+
+void print_speakers(const MovieOptions& options, bool as_json);
+void print_phrases(const MovieOptions& options, bool as_json);
+
+// "-" for standard output.
+void write_text(const MovieOptions& options, const std::string& output);
+
+// rate: frames per second; the labels count it rounded to a whole number.
+void print_label(double frames, double rate, bool drop_frame);
+void print_frames(const std::string& label, double rate, bool drop_frame);
+void print_clock(double seconds);
+
+}  // namespace host

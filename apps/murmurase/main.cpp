@@ -1,0 +1,164 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "commands.h"
+#include "core/printable.h"
+
+namespace {
+
+constexpr int success = 0;
+constexpr int failed = 1;
+constexpr int wrong_usage = 2;
+
+int report(const std::string& message, int status) {
+  fmt::print(stderr, "murmurase: {}\n", murmurase::printable(message));
+  return status;
+}
+
+// CLI11's own reading of a number takes 010 for eight.
+std::int64_t words_of(const std::string& text) {
+  std::int64_t number = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || stop != end || number < 1) {
+    throw CLI::ValidationError("--words: " + text + " is not a whole number from 1");
+  }
+  return number;
+}
+
+void add_movie(CLI::App& command, host::MovieOptions& options) {
+  command.add_option("MOVIE", options.movie, "A QuickTime movie, or an .xmp file")->required();
+  command.add_option("--xmp-tool", options.xmp_tool,
+                     "The XMP tool that prints the movie's packet (default: murmurase-xmp beside "
+                     "this program)");
+  command
+      .add_option("--name", options.names,
+                  "Name a speaker: the identifier that 'speakers' prints, =, the name; repeatable")
+      ->type_name("ID=NAME")
+      ->allow_extra_args(false)
+      ->check([](const std::string& name) {
+        return name.find('=') == std::string::npos ? name + " is not of the form ID=NAME" : "";
+      });
+  command
+      .add_option("--names", options.names_file,
+                  "Name speakers by a file: what 'speakers --json' prints, \"Name\"s filled in")
+      ->type_name("FILE");
+}
+
+void add_words(CLI::App& command, host::MovieOptions& options) {
+  command
+      .add_option_function<std::string>(
+          "--words",
+          [&options](const std::string& text) { options.words = words_of(text); },
+          "The largest number of words in a phrase; 100 means no limit")
+      ->type_name("N")
+      ->default_str("100");
+}
+
+struct TimecodeOptions {
+  double number = 0;  // frames or seconds
+  std::string label;
+  double rate = 0;
+  bool drop_frame = false;
+};
+
+void add_timecode(CLI::App& app, TimecodeOptions& options) {
+  CLI::App* timecode = app.add_subcommand("timecode", "Convert between frames, labels and times");
+  timecode->require_subcommand(1);
+  const auto add = [&](const char* name, const char* about, const char* example) {
+    CLI::App* command = timecode->add_subcommand(name, about);
+    command->footer(fmt::format("Example:\n  murmurase timecode {} {}", name, example));
+    return command;
+  };
+  const auto add_rate = [&](CLI::App* command) {
+    command
+        ->add_option("--rate", options.rate,
+                     "Frames per second, such as 25 or 29.97; labels count it rounded to a whole "
+                     "number")
+        ->required()
+        ->check(CLI::Range(0.5, 1e6));
+    command->add_flag("--drop-frame", options.drop_frame,
+                      "Count drop-frame: labels are skipped at the start of most minutes");
+  };
+  CLI::App* label = add("label", "The timecode label of a frame count",
+                        "107892 --rate 29.97 --drop-frame");
+  label->add_option("FRAMES", options.number, "A frame count, from 0")->required();
+  add_rate(label);
+  label->callback([&] { host::print_label(options.number, options.rate, options.drop_frame); });
+  CLI::App* frames = add("frames", "The frame count of a timecode label",
+                         "'01:00:00;00' --rate 29.97 --drop-frame");
+  frames->add_option("LABEL", options.label, "A timecode label")->required();
+  add_rate(frames);
+  frames->callback([&] { host::print_frames(options.label, options.rate, options.drop_frame); });
+  CLI::App* clock = add("clock", "The clock label of a time in seconds", "3725.4");
+  clock->add_option("SECONDS", options.number, "A time, from 0")->required();
+  clock->callback([&] { host::print_clock(options.number); });
+}
+
+int run(int count, char** arguments) {
+  CLI::App app("From a movie's speech transcription to a transcript.", "murmurase");
+  app.set_version_flag("--version", "murmurase " MURMURASE_RELEASE);
+  app.require_subcommand(1);
+  app.footer(
+      "Examples:\n"
+      "  murmurase speakers interview.mov\n"
+      "  murmurase phrases interview.mov --words 8\n"
+      "  murmurase text interview.mov interview.txt --name 'Speaker 1=Anna'\n"
+      "  murmurase timecode label 107892 --rate 29.97 --drop-frame\n"
+      "'murmurase COMMAND --help' tells more of each. Exit status: 0 success, 1 failure, 2 wrong "
+      "usage.");
+  host::MovieOptions options;
+  bool as_json = false;
+  std::string output;
+  TimecodeOptions timecode;
+
+  CLI::App* speakers = app.add_subcommand("speakers", "List the speakers, one identifier a line");
+  add_movie(*speakers, options);
+  speakers->add_flag("--json", as_json, "Print a JSON list that --names takes");
+  speakers->footer("Example:\n  murmurase speakers interview.mov --json > names.json");
+  speakers->callback([&] { host::print_speakers(options, as_json); });
+
+  CLI::App* phrases = app.add_subcommand("phrases", "Show the phrases with their times");
+  add_movie(*phrases, options);
+  add_words(*phrases, options);
+  phrases->add_flag("--json", as_json, "Print one JSON object, times in seconds");
+  phrases->footer("Example:\n  murmurase phrases interview.mov --words 8");
+  phrases->callback([&] { host::print_phrases(options, as_json); });
+
+  CLI::App* text = app.add_subcommand("text", "Write the text transcript");
+  add_movie(*text, options);
+  text->add_option("OUT", output, "The file to write; - is standard output")->required();
+  add_words(*text, options);
+  text->footer(
+      "Example:\n  murmurase text interview.mov interview.txt --words 12 --name 'Speaker 1=Anna'");
+  text->callback([&] { host::write_text(options, output); });
+
+  add_timecode(app, timecode);
+
+  try {
+    app.parse(count, arguments);
+    return success;
+  } catch (const CLI::Success& asked) {
+    return app.exit(asked);
+  } catch (const CLI::ParseError& error) {
+    return report(std::string(error.what()) + "; 'murmurase --help' shows how it is used",
+                  wrong_usage);
+  }
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is a failed write, told like every other
+  try {
+    return run(count, arguments);
+  } catch (const std::exception& error) {
+    return report(error.what(), failed);
+  }
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "module.h"
+
+namespace host {
+
+// What the commands that read a movie share of the command line.
+struct MovieOptions {
+  std::string movie;
+  std::string xmp_tool;            // empty: the one beside this program
+  std::int64_t words = 100;        // the largest number of words in a phrase; 100 is no limit
+  std::vector<std::string> names;  // ID=NAME
+  std::string names_file;
+};
+
+// Reads the movie into the controller: its transcription, its speakers, and the names that the user
+// gives them. A movie without a speech transcription is a failure.
+void read_movie(Controller& controller, const MovieOptions& options);
+
+// What failed on the movie, as the user is told it.
+Failure movie_failure(const std::string& movie, const std::string& reason);
+
+}  // namespace host
