@@ -1,0 +1,218 @@
+#include "readers/movie_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "model/speaker_list.h"
+#include "support.h"
+#include "xml/document.h"
+
+namespace murmurase::test {
+namespace {
+
+std::string scale(const std::string& text) {
+  return "<xmpDM:duration rdf:parseType=\"Resource\">\n <xmpDM:value>1</xmpDM:value>\n"
+         " <xmpDM:scale>" + text + "</xmpDM:scale>\n</xmpDM:duration>\n";
+}
+
+std::string start(const std::string& timecode) {
+  return "<xmpDM:startTimecode rdf:parseType=\"Resource\"><xmpDM:timeValue>" + timecode +
+         "</xmpDM:timeValue></xmpDM:startTimecode>\n";
+}
+
+std::optional<std::size_t> read(Desk& desk, const std::string& output, int status = 0) {
+  desk.platform.tool_output = output;
+  desk.platform.tool_status = status;
+  const auto track_types = parse_xmp_from_mov(desk.controller, "a.mov");
+  return track_types ? std::optional(track_types->size()) : std::nullopt;
+}
+
+TEST(MovieReader, FrameRates) {
+  const struct {
+    const char* scale;
+    double rate;
+  } cases[] = {{"1/2997", 29.97},  {"1/2500", 25.0},      {"1/25", 25.0}, {"1/30", 30.0},
+               {"2997", 0.0},      {"1001/30000", 29.97002997002997},
+               {"1/2_400", 24.0},  {" 1 / 2400 /7", 24.0}, {"1//2400", 0.0},
+               {"0/25", INFINITY}, {"1e0/2.5e3x", 25.0},  {"&#49;/<![CDATA[25]]>00", 25.0}};
+  for (const auto& each : cases) {
+    Desk desk;
+    read(desk, packet(scale(each.scale)));
+    EXPECT_EQ(desk.controller.frame_rate, each.rate) << each.scale;
+  }
+  Desk desk;
+  read(desk, packet(scale("")));
+  EXPECT_TRUE(std::isnan(*desk.controller.frame_rate));
+}
+
+TEST(MovieReader, StartTimecodes) {
+  const struct {
+    const char* timecode;
+    const char* format;
+    double frames;
+  } cases[] = {{"01:00:00;00", "DF", 107892}, {"00:59:58;18", "DF", 107850},
+               {"10:00:00:00", "NDF", 1080000}, {"", "NDF", 0}};
+  for (const auto& each : cases) {
+    Desk desk;
+    read(desk, packet(scale("1/2997") + start(each.timecode)));
+    EXPECT_EQ(desk.controller.displayformat, each.format) << each.timecode;
+    EXPECT_EQ(desk.controller.first_frame, each.frames) << each.timecode;
+  }
+}
+
+// The movie before leaves its rate, its format and its start, but never its transcription.
+TEST(MovieReader, WhatAReadChanges) {
+  Desk desk;
+  Controller& state = desk.controller;
+  const std::string words = speech({{"Hello", "0", "1", "A"}});
+  EXPECT_EQ(read(desk, packet(scale("1/2500") + start("01:00:00:00") + words)), 1U);
+  ASSERT_TRUE(state.transcription_xml);
+
+  EXPECT_EQ(read(desk, packet(words), 256), std::nullopt);  // printed all, then exited with 1
+  EXPECT_FALSE(state.transcription_xml);
+  EXPECT_EQ(state.first_frame, 90000);
+
+  EXPECT_EQ(read(desk, packet(start("00:00:01;00"))), 0U);  // no scale: the old rate
+  EXPECT_EQ(state.frame_rate, 25.0);
+  EXPECT_EQ(state.displayformat, "DF");
+  EXPECT_EQ(state.first_frame, 25);
+
+  EXPECT_EQ(read(desk, packet(words + track("Comment", "f1000", ""))), 2U);  // no start timecode
+  EXPECT_EQ(state.displayformat, "NDF");
+  EXPECT_EQ(state.first_frame, 0);
+  EXPECT_TRUE(state.transcription_xml);
+}
+
+TEST(MovieReader, FailuresLeaveTheFieldsBeforeThem) {
+  const std::string words = speech({{"Hello", "0", "1", "A"}});
+  for (const char* nothing : {"", "no packet here", "\x7F" "ELF", "<!-- -->"}) {
+    Desk desk;
+    read(desk, packet(scale("1/2500") + words));
+    EXPECT_TRUE(is_error(error_of([&] { read(desk, nothing); }), ErrorKind::xml, "a.mov")) << nothing;
+    EXPECT_TRUE(desk.controller.transcription_xml);
+    EXPECT_EQ(desk.controller.frame_rate, 25.0);
+  }
+  Desk desk;
+  EXPECT_TRUE(is_error(error_of([&] { read(desk, packet(start("1;0") + words)); }),
+                       ErrorKind::missing_value, "frame_rate"));
+  EXPECT_EQ(desk.controller.displayformat, "DF");
+  EXPECT_FALSE(desk.controller.first_frame);
+  EXPECT_FALSE(desk.controller.transcription_xml);
+  EXPECT_TRUE(is_error(error_of([&] { read(desk, packet(scale("0/1") + start("1:0"))); }),
+                       ErrorKind::range, "frame rate is inf"));
+  EXPECT_EQ(desk.controller.frame_rate, INFINITY);
+}
+
+TEST(MovieReader, TheLastSpeechTrackCounts) {
+  Desk desk;
+  read(desk, packet(track("Speech", "f1000", "") + track("Speech", "f2000", "") +
+                    track("speech", "f3000", "") + track(" Speech", "f4000", "")));
+  std::string scratch;
+  const XmlElement& element = *desk.controller.transcription_xml;
+  EXPECT_EQ(xml::text_content(element.node->children->next, scratch), "f2000");
+
+  read(desk, packet("<xmpDM:Tracks><rdf:Bag><rdf:li xmpDM:trackType=\"Speech\"/></rdf:Bag>"
+                    "</xmpDM:Tracks>"));  // an attribute is not found
+  EXPECT_FALSE(desk.controller.transcription_xml);
+}
+
+std::string first_speaker(const std::string& document) {
+  Desk desk;
+  read(desk, document);
+  build_speakers_array(desk.controller);
+  return desk.controller.speakers_array->at(0).speaker;
+}
+
+// Blanks, references, entities and nested elements count to the letter inside a value.
+TEST(MovieReader, TextsToTheLetter) {
+  const struct {
+    const char* written;
+    const char* read;
+  } cases[] = {{" A\n\t", " A\n\t"},
+               {"<b>x</b> <i>y</i>", "x y"},
+               {"a&amp;b&#x416;", "a&bЖ"},
+               {"a<!-- no -->b<?pi no?>c", "abc"},
+               {"<![CDATA[ <x> ]]>&e;", " <x> inner "},
+               {"&e;", "inner "},
+               {"  ", "  "},
+               {"&undeclared;z", "z"}};
+  for (const auto& each : cases) {
+    const std::string words = speech({{"&e;", "0", "1", each.written}});
+    std::string document = packet("&e;" + words);
+    document.insert(document.find("<x:xmpmeta"), "<!DOCTYPE x [<!ENTITY e 'inner '>]>");
+    EXPECT_EQ(first_speaker(document), each.read) << each.written;
+  }
+}
+
+TEST(MovieReader, Encodings) {
+  const std::string words = packet(speech({{"a", "0", "1", "\xE9t\xE9"}}));
+  const std::size_t declaration = words.find("<x:xmpmeta");
+  EXPECT_EQ(first_speaker("<?xml version='1.0' encoding='ISO-8859-1'?>" + words.substr(declaration)),
+            "été");
+  const std::string ascii = packet(speech({{"a", "0", "1", "Anna"}})).substr(declaration);
+  std::string utf16 = "\xFF\xFE";
+  for (const char c : ascii) utf16.append({c, '\0'});
+  EXPECT_EQ(first_speaker(utf16), "Anna");
+}
+
+// Cut anywhere, a packet gives what it still holds or an error, and never more.
+TEST(MovieReader, CutAtEveryByte) {
+  const std::string whole = packet(scale("1/2500") + start("00:00:00:10") +
+                                   speech({{"Hello", "0", "1", "A"}, {"Bob", "1", "1", "B"}}));
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    Desk desk;
+    const std::string error = error_of([&] { read(desk, whole.substr(0, length)); });
+    if (error.empty()) {
+      EXPECT_LE(desk.controller.first_frame.value_or(0), 10) << length;
+    } else {
+      EXPECT_TRUE(is_error(error, ErrorKind::xml, "a.mov") ||
+                  is_error(error, ErrorKind::missing_value, "frame_rate")) << length << error;
+    }
+  }
+}
+
+TEST(MovieReader, HostileDocumentsEndInAnError) {
+  std::string bomb = "<!DOCTYPE x [<!ENTITY e0 'lol lol lol lol '>";
+  for (int i = 1; i < 12; ++i) {
+    bomb += fmt::format("<!ENTITY e{} '", i);
+    for (int k = 0; k < 10; ++k) bomb += fmt::format("&e{};", i - 1);
+    bomb += "'>";
+  }
+  bomb += "]>";
+  std::string document = packet(speech({{"&e11;", "0", "1", "A"}}));
+  document.insert(document.find("<x:xmpmeta"), bomb);
+  std::string deep;
+  for (int i = 0; i < 100000; ++i) deep += "<d>";
+  const struct {
+    std::string document;
+    const char* reason;
+  } cases[] = {{document, "expand without measure"},
+               {packet(deep), "nested too deep"},
+               {packet(speech({{std::string(11'000'000, 'x'), "0", "1", "A"}})), "longer than 10 MB"}};
+  for (const auto& each : cases) {
+    Desk desk;
+    EXPECT_TRUE(is_error(error_of([&] { read(desk, each.document); }), ErrorKind::xml, each.reason));
+    EXPECT_FALSE(desk.controller.displayformat);
+  }
+}
+
+TEST(MovieReader, ExternalEntitiesAreNotLoaded) {
+  const std::string secret = testing::TempDir() + "murmurase_secret.txt";
+  std::FILE* file = std::fopen(secret.c_str(), "w");
+  ASSERT_NE(file, nullptr);
+  std::fputs("<xmpDM:speaker>secret</xmpDM:speaker>", file);
+  std::fclose(file);
+  for (const std::string declaration :
+       {"<!DOCTYPE x [<!ENTITY e SYSTEM '" + secret + "'>]>",
+        "<!DOCTYPE x [<!ENTITY % p SYSTEM '" + secret + "'> %p;]>",
+        "<!DOCTYPE x SYSTEM '" + secret + "'>"}) {
+    std::string document = packet(speech({{"w", "0", "1", "&e;A"}}));
+    document.insert(document.find("<x:xmpmeta"), declaration);
+    EXPECT_EQ(first_speaker(document), "A") << declaration;
+  }
+  std::remove(secret.c_str());
+}
+
+}  // namespace
+}  // namespace murmurase::test

@@ -1,0 +1,124 @@
+#pragma once
+
+#include <fmt/format.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "core/controller.h"
+#include "core/error.h"
+#include "platform/platform.h"
+
+namespace murmurase::test {
+
+// A platform of answers prepared by the test, and of what was asked of it.
+class FakePlatform : public Platform {
+ public:
+  std::vector<std::string> application_support;
+  std::map<std::string, bool> directories;  // true: may be made inside
+  std::string tool_output;
+  int tool_status = 0;
+  std::map<std::string, std::string> files;
+  bool files_can_be_written = true;
+
+  std::vector<std::string> application_support_directories() override {
+    return application_support;
+  }
+  std::string expand_tilde(const std::string& path) override {
+    return path.starts_with('~') ? "/home/ed" + path.substr(1) : path;
+  }
+  bool is_directory(const std::string& path) override { return directories.contains(path); }
+  void create_directory(const std::string& path) override {
+    const auto parent = directories.find(path.substr(0, path.rfind('/')));
+    if (parent == directories.end() || !parent->second) {
+      throw system_error("make the folder", path, EACCES);
+    }
+    directories[path] = true;
+  }
+  ToolRun run_xmp_tool(const std::string&, const std::string&) override {
+    ToolRun run;
+    run.wait_status = tool_status;
+    tool_output.copy(run.output.room(tool_output.size() + 1).data(), tool_output.size());
+    run.output.grow(tool_output.size());
+    return run;
+  }
+  void replace_file(const std::string& path, std::string_view bytes) override {
+    if (!files_can_be_written) throw system_error("write", path, ENOSPC);
+    files[path] = bytes;
+  }
+};
+
+class FakeHost : public HostBridge {
+ public:
+  double slider = 100;
+  int reloads = 0;
+
+  double wordGroupingSlider_value() override { return slider; }
+  void reloadData(HostObject) override { ++reloads; }
+};
+
+// A controller without a user interface, with all that it needs.
+struct Desk {
+  FakePlatform platform;
+  FakeHost host;
+  Process process{platform, std::nullopt, false};
+  Controller controller{process, host};
+};
+
+struct Word {
+  std::string text;
+  std::string start;
+  std::string duration;
+  std::string speaker;
+};
+
+// The form that XMP toolkits write: a packet of these elements.
+inline std::string packet(const std::string& properties) {
+  return "<?xpacket begin=\"\xEF\xBB\xBF\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?>\n"
+         "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\">\n"
+         " <rdf:RDF xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\">\n"
+         "  <rdf:Description rdf:about=\"\""
+         " xmlns:xmpDM=\"http://ns.adobe.com/xmp/1.0/DynamicMedia/\">\n" +
+         properties +
+         "  </rdf:Description>\n </rdf:RDF>\n</x:xmpmeta>\n<?xpacket end=\"w\"?>";
+}
+
+inline std::string track(const std::string& type, const std::string& time_base,
+                         const std::string& markers) {
+  return fmt::format(
+      "<xmpDM:Tracks><rdf:Bag><rdf:li rdf:parseType=\"Resource\">\n"
+      " <xmpDM:trackType>{}</xmpDM:trackType>\n <xmpDM:frameRate>{}</xmpDM:frameRate>\n"
+      " <xmpDM:markers><rdf:Seq>\n{} </rdf:Seq></xmpDM:markers>\n</rdf:li></rdf:Bag></xmpDM:Tracks>\n",
+      type, time_base, markers);
+}
+
+inline std::string speech(const std::vector<Word>& words, const std::string& time_base = "f1000") {
+  std::string markers;
+  for (const Word& word : words) {
+    markers += fmt::format(
+        "  <rdf:li rdf:parseType=\"Resource\">\n   <xmpDM:startTime>{}</xmpDM:startTime>\n"
+        "   <xmpDM:duration>{}</xmpDM:duration>\n   <xmpDM:name>{}</xmpDM:name>\n"
+        "   <xmpDM:speaker>{}</xmpDM:speaker>\n  </rdf:li>\n",
+        word.start, word.duration, word.text, word.speaker);
+  }
+  return track("Speech", time_base, markers);
+}
+
+// The kind and message of the error that a call ends in; empty when it ends in none.
+template <typename Call>
+std::string error_of(const Call& call) {
+  try {
+    call();
+    return "";
+  } catch (const Error& error) {
+    return fmt::format("{}: {}", static_cast<int>(error.kind()), error.what());
+  }
+}
+
+inline bool is_error(const std::string& error, ErrorKind kind, const std::string& part) {
+  return error.starts_with(fmt::format("{}: ", static_cast<int>(kind))) &&
+         error.find(part) != std::string::npos;
+}
+
+}  // namespace murmurase::test
