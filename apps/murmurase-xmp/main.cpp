@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <new>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -61,6 +62,11 @@ void print(std::string_view text) {
        std::generic_category().message(errno));
 }
 
+void report(std::string_view failure) {
+  const std::string line = fmt::format("murmurase-xmp: {}\n", failure);
+  std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
 void get(const std::string& movie, bool raw) {
   const Library library;
   const Packet packet = find_packet(movie);
@@ -104,7 +110,10 @@ int run(int argc, char** argv) {
     print(std::string(version.what()) + '\n');
     return kSuccess;
   } catch (const CLI::ParseError& error) {
-    fmt::print(stderr, "murmurase-xmp: {}; see murmurase-xmp --help\n", escaped(error.what()));
+    const std::vector<std::string> unexpected = app.remaining(true);
+    const std::string what = unexpected.empty() ? escaped(error.what())
+                                                : "unexpected argument " + in_quotes(unexpected[0]);
+    report(what + "; see murmurase-xmp --help");
     return kWrongUsage;
   }
   get(movie, raw);
@@ -118,9 +127,9 @@ int main(int argc, char** argv) {
   try {
     return run(argc, argv);
   } catch (const std::bad_alloc&) {
-    fmt::print(stderr, "murmurase-xmp: there is not enough memory; close other programs\n");
+    report("not enough memory; close other programs");
   } catch (const std::exception& error) {
-    fmt::print(stderr, "murmurase-xmp: {}\n", error.what());
+    report(error.what());
   }
   return kFailure;
 }
