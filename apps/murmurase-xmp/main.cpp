@@ -1,0 +1,135 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <new>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "failure.h"
+#include "packet.h"
+
+namespace {
+
+enum ExitStatus { kSuccess = 0, kFailure = 1, kWrongUsage = 2 };
+
+constexpr const char* kDescription =
+    "Prints the XMP packet of a movie, each property as an element.\n"
+    "A movie without one is served from its sidecar: clip.xmp or clip.mov.xmp beside clip.mov.";
+constexpr const char* kExamples =
+    "Examples:\n"
+    "  murmurase-xmp get interview.mov          the packet, its properties as elements\n"
+    "  murmurase-xmp get --raw interview.mov    the packet byte for byte as it is embedded\n"
+    "  murmurase-xmp get interview.xmp          a sidecar\n"
+    "  murmurase-xmp get -- -take2.mov          a name that begins with a dash\n"
+    "\n"
+    "Exit status: 0 success, 1 failure, 2 wrong usage.";
+
+/// libexempi, and no word of its own on standard error while it lives: a failure is one line.
+class Library {
+ public:
+  Library() {
+    const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (null >= 0 && stderr_ >= 0) dup2(null, STDERR_FILENO);
+    if (null >= 0) close(null);
+    if (!xmp_init()) fail("libexempi cannot start; reinstall it");
+  }
+  ~Library() {
+    xmp_terminate();
+    if (stderr_ < 0) return;
+    dup2(stderr_, STDERR_FILENO);
+    close(stderr_);
+  }
+  Library(const Library&) = delete;
+  Library& operator=(const Library&) = delete;
+
+ private:
+  int stderr_ = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+};
+
+void print(std::string_view text) {
+  if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0)
+    return;
+  fail("cannot write to standard output: {}; check where it goes",
+       std::generic_category().message(errno));
+}
+
+void report(std::string_view failure) {
+  const std::string line = fmt::format("murmurase-xmp: {}\n", failure);
+  std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+void get(const std::string& movie, bool raw) {
+  const Library library;
+  const Packet packet = find_packet(movie);
+  print(raw ? packet.bytes() : view(as_elements(packet)));
+}
+
+/// The arguments in the order that CLI11 wants, last first. A movie whose name begins with a dash
+/// gets the "--" that it needs: callers hand over any name as the last argument.
+std::vector<std::string> arguments_of(int argc, char** argv, const CLI::App& get) {
+  std::vector<std::string> arguments(argv + 1, argv + argc);
+  std::error_code error;
+  if (arguments.size() >= 2 && arguments.front() == get.get_name() &&
+      arguments.back().starts_with('-') && !get.get_option_no_throw(arguments.back()) &&
+      std::find(arguments.begin(), arguments.end(), "--") == arguments.end() &&
+      std::filesystem::exists(arguments.back(), error))
+    arguments.insert(arguments.end() - 1, "--");
+  std::reverse(arguments.begin(), arguments.end());
+  return arguments;
+}
+
+int run(int argc, char** argv) {
+  std::string movie;
+  bool raw = false;
+  CLI::App app(kDescription, "murmurase-xmp");
+  app.footer(kExamples);
+  app.set_version_flag("--version", "murmurase-xmp " MURMURASE_VERSION);
+  app.require_subcommand(1);
+  CLI::App* const get_command = app.add_subcommand("get", "Print the XMP packet of a movie");
+  get_command->footer(kExamples);
+  get_command->add_option("movie", movie, "A movie, or an .xmp file")
+      ->required()
+      ->type_name("MOVIE");
+  get_command->add_flag("--raw", raw, "Print the packet byte for byte as it is embedded");
+
+  try {
+    app.parse(arguments_of(argc, argv, *get_command));
+  } catch (const CLI::CallForHelp&) {
+    print(app.help());
+    return kSuccess;
+  } catch (const CLI::CallForVersion& version) {
+    print(std::string(version.what()) + '\n');
+    return kSuccess;
+  } catch (const CLI::ParseError& error) {
+    const std::vector<std::string> unexpected = app.remaining(true);
+    const std::string what = unexpected.empty() ? escaped(error.what())
+                                                : "unexpected argument " + in_quotes(unexpected[0]);
+    report(what + "; see murmurase-xmp --help");
+    return kWrongUsage;
+  }
+  get(movie, raw);
+  return kSuccess;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);  // A closed pipe is a failed write, to be reported as one.
+  try {
+    return run(argc, argv);
+  } catch (const std::bad_alloc&) {
+    report("not enough memory; close other programs");
+  } catch (const std::exception& error) {
+    report(error.what());
+  }
+  return kFailure;
+}

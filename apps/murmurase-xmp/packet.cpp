@@ -1,0 +1,230 @@
+#include "packet.h"
+
+#include <exempi/xmperrors.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <system_error>
+#include <vector>
+
+#include "failure.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct FileClose {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+struct XmpFileFree {
+  void operator()(XmpFilePtr file) const { xmp_files_free(file); }
+};
+struct XmpFree {
+  void operator()(XmpPtr xmp) const { xmp_free(xmp); }
+};
+using File = std::unique_ptr<std::FILE, FileClose>;
+using XmpFile = std::unique_ptr<_XmpFile, XmpFileFree>;
+using Xmp = std::unique_ptr<_Xmp, XmpFree>;
+
+std::string quoted_name(const fs::path& path) {
+  return in_quotes(path.native());
+}
+
+[[noreturn]] void fail_to_read(const fs::path& path, const std::error_code& error) {
+  const bool denied = error == std::errc::permission_denied;
+  fail("cannot read {}: {}; {}", quoted_name(path), error.message(),
+       denied ? "ask for permission to read it" : "check the path");
+}
+
+/// Opens `path` for reading and sets `size` to its size in bytes. Throws Failure unless it is a
+/// regular file with something in it.
+File open_file(const fs::path& path, std::uintmax_t& size) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (error) fail_to_read(path, error);
+  if (fs::is_directory(status))
+    fail("cannot read {}: it is a folder; name a movie in it", quoted_name(path));
+  if (!fs::is_regular_file(status))
+    fail("cannot read {}: it is not a regular file; name a movie", quoted_name(path));
+  File file(std::fopen(path.c_str(), "rb"));
+  if (!file) fail_to_read(path, {errno, std::generic_category()});
+  size = fs::file_size(path, error);
+  if (error) fail_to_read(path, error);
+  if (size == 0)
+    fail("cannot read {}: it is empty; copy it from its source again", quoted_name(path));
+  return file;
+}
+
+Packet read_sidecar(const fs::path& path) {
+  std::uintmax_t size = 0;
+  const File file = open_file(path, size);
+  Packet packet{path, nullptr, std::string(size, '\0')};
+  if (std::fread(packet.sidecar.data(), 1, size, file.get()) != size)
+    fail_to_read(path, {std::ferror(file.get()) ? errno : EIO, std::generic_category()});
+  return packet;
+}
+
+/// Throws Failure if a QuickTime or MPEG-4 movie ends before its boxes do or has no `moov` box
+/// (ISO/IEC 14496-12, 4.2): libexempi would only find no packet in it, or what is left of one.
+void check_boxes(const fs::path& movie, std::FILE* file, std::uintmax_t size) {
+  bool has_moov = false;
+  for (std::uintmax_t offset = 0; size - offset >= 8;) {
+    std::array<unsigned char, 16> header{};
+    const auto number = [&](std::size_t first, std::size_t count) {
+      std::uint64_t value = 0;
+      for (std::size_t i = first; i < first + count; ++i) value = value << 8 | header[i];
+      return value;
+    };
+    if (fseeko(file, static_cast<off_t>(offset), SEEK_SET) != 0 ||
+        std::fread(header.data(), 1, header.size(), file) < 8)
+      fail_to_read(movie, {errno, std::generic_category()});
+    const std::string type(header.begin() + 4, header.begin() + 8);
+    has_moov = has_moov || type == "moov";
+    std::uint64_t length = number(0, 4);
+    if (length == 0) break;  // To the end of the file.
+    if (length == 1) length = number(8, 8);
+    if (length < 8) break;  // Padding after the last box.
+    if (length > size - offset)
+      fail(
+          "cannot read {}: it is truncated, {} bytes short within its {} box; copy it from its "
+          "source again",
+          quoted_name(movie), length - (size - offset), in_quotes(type));
+    offset += length;
+  }
+  if (!has_moov)
+    fail(
+        "cannot read {}: it is truncated or was never finished, it has no moov box; copy it from "
+        "its source again",
+        quoted_name(movie));
+}
+
+bool is_movie_or_sound(XmpFileType type) {
+  constexpr std::array kTypes{XMP_FT_MOV,   XMP_FT_MPEG4, XMP_FT_AVI, XMP_FT_MPEG,
+                              XMP_FT_MPEG2, XMP_FT_WMAV,  XMP_FT_FLV, XMP_FT_SWF,
+                              XMP_FT_WAV,   XMP_FT_MP3,   XMP_FT_AIFF};
+  return std::find(kTypes.begin(), kTypes.end(), type) != kTypes.end();
+}
+
+const char* reason(int error) {
+  switch (error) {
+    case XMPErr_BadXML:
+      return "it is not well-formed XML";
+    case XMPErr_BadRDF:
+      return "its RDF is not valid";
+    case XMPErr_BadXMP:
+      return "its properties are not valid XMP";
+    case XMPErr_BadUnicode:
+      return "its text is not valid Unicode";
+    case XMPErr_NoMemory:
+      return "there is not enough memory for it";
+    default:
+      return "libexempi cannot read it";
+  }
+}
+
+[[noreturn]] void fail_to_parse(const fs::path& file, int error) {
+  fail("cannot read the XMP packet of {}: {} (libexempi error {}); have it written again",
+       quoted_name(file), reason(error), error);
+}
+
+/// The bytes of the packet embedded in `movie`, empty or null if there is none.
+XmpString read_embedded(const fs::path& movie) {
+  // The XMP alone: reconciling it with the movie's own headers would replace its duration's scale.
+  constexpr auto kOptions = static_cast<XmpOpenFileOptions>(XMP_OPEN_READ | XMP_OPEN_ONLYXMP);
+  const XmpFile file(xmp_files_open_new(movie.c_str(), kOptions));
+  if (!file)
+    fail("cannot read {}: libexempi cannot open it (error {}); check that it plays",
+         quoted_name(movie), xmp_get_error());
+  XmpString bytes(xmp_string_new());
+  XmpPacketInfo info{};
+  if (xmp_files_get_xmp_xmpstring(file.get(), bytes.get(), &info)) return bytes;
+  if (const int error = xmp_get_error(); error != 0) fail_to_parse(movie, error);
+  return nullptr;
+}
+
+std::vector<fs::path> sidecar_names(const fs::path& movie) {
+  std::vector<fs::path> names{fs::path(movie).replace_extension(".xmp"), movie};
+  names.back() += ".xmp";
+  if (names.front() == names.back()) names.pop_back();
+  return names;
+}
+
+bool is_xmp_file(const fs::path& path) {
+  std::string extension = path.extension().native();
+  for (char& letter : extension)
+    if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
+  return extension == ".xmp";
+}
+
+/// libexempi's parser takes every reference of two hexadecimal digits for a control character and
+/// makes a space of it ("&#xE9;" as much as "&#x1F;"), but leaves decimal ones alone. Returns
+/// `bytes` with those that mean text written in decimal, of the same length, or nothing if there
+/// are none.
+std::string with_decimal_references(std::string_view bytes) {
+  constexpr std::string_view kStart = "&#x";
+  std::string changed;
+  for (std::size_t at = bytes.find(kStart); at != bytes.npos; at = bytes.find(kStart, at + 3)) {
+    if (bytes.size() - at < 6 || bytes[at + 5] != ';') continue;
+    unsigned code = 0;
+    const char* const digits = bytes.data() + at + 3;
+    if (std::from_chars(digits, digits + 2, code, 16).ptr != digits + 2 || code < 0x20) continue;
+    if (changed.empty()) changed = bytes;
+    fmt::format_to(changed.begin() + static_cast<std::ptrdiff_t>(at), "&#{:03};", code);
+  }
+  return changed;
+}
+
+}  // namespace
+
+Packet find_packet(const fs::path& movie) {
+  if (is_xmp_file(movie)) return read_sidecar(movie);
+
+  std::uintmax_t size = 0;
+  File file = open_file(movie, size);
+  const XmpFileType type = xmp_files_check_file_format(movie.c_str());
+  if (type == XMP_FT_MOV || type == XMP_FT_MPEG4) check_boxes(movie, file.get(), size);
+  file.reset();
+  if (is_movie_or_sound(type)) {
+    XmpString bytes = read_embedded(movie);
+    if (bytes && !view(bytes).empty()) return {movie, std::move(bytes), {}};
+  } else if (type != XMP_FT_UNKNOWN) {
+    fail("cannot read {}: it is not a movie; name a movie or an .xmp file", quoted_name(movie));
+  }
+
+  std::string looked_for;
+  for (const fs::path& sidecar : sidecar_names(movie)) {
+    std::error_code error;
+    if (fs::exists(sidecar, error)) return read_sidecar(sidecar);
+    looked_for += (looked_for.empty() ? "" : " or ") + quoted_name(sidecar);
+  }
+  if (type == XMP_FT_UNKNOWN)
+    fail(
+        "cannot read {}: it is not a movie of a known format, and there is no sidecar {}; name a "
+        "movie or an .xmp file",
+        quoted_name(movie), looked_for);
+  fail("no XMP packet in {} and no sidecar {}; export the movie with its metadata",
+       quoted_name(movie), looked_for);
+}
+
+XmpString as_elements(const Packet& packet) {
+  const std::string changed = with_decimal_references(packet.bytes());
+  const std::string_view bytes = changed.empty() ? packet.bytes() : std::string_view(changed);
+  const Xmp xmp(xmp_new_empty());
+  XmpString text(xmp_string_new());
+  if (!xmp || !text || !xmp_parse(xmp.get(), bytes.data(), bytes.size()))
+    fail_to_parse(packet.file, xmp_get_error());
+  // Well-formed XML without any RDF gives no properties, and no error either.
+  const std::unique_ptr<_XmpIterator, decltype(&xmp_iterator_free)> properties(
+      xmp_iterator_new(xmp.get(), nullptr, nullptr, XMP_ITER_JUSTCHILDREN), &xmp_iterator_free);
+  if (!xmp_iterator_next(properties.get(), nullptr, nullptr, nullptr, nullptr))
+    fail("no XMP properties in the packet of {}; have it written again", quoted_name(packet.file));
+  if (!xmp_serialize_and_format(xmp.get(), text.get(), XMP_SERIAL_READONLYPACKET, 0, "\n", " ", 0))
+    fail("cannot print the XMP packet of {}: libexempi error {}; use --raw",
+         quoted_name(packet.file), xmp_get_error());
+  return text;
+}
