@@ -32,7 +32,7 @@ class CommandLine(unittest.TestCase):
         self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
 
     def tool(self, script):
-        path = self.folder / "tool"
+        path = self.folder / f"tool{len(os.listdir(self.folder))}"
         path.write_text("#!/bin/sh\n" + script)
         path.chmod(0o755)
         return ["--xmp-tool", str(path)]
