@@ -130,6 +130,7 @@ class XmpToolTest(unittest.TestCase):
                 ("long.mov", {"long__mov": NO_PACKET, "long__mov__xmp": two}, two),
                 ("uuid.mov", {"uuid__mov": NO_PACKET + uuid_box(three)}, three),
                 ("both.mov", {"both__mov": SAMPLE + uuid_box(three)}, None),
+                ("both.mp4", {"both__mp4": SAMPLE.replace(b"qt  ", b"mp42") + uuid_box(three)}, three),
                 ("alone.XMP", {"alone__XMP": two}, two)):
             with self.subTest(name):
                 self.write(**files)

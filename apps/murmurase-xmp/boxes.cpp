@@ -14,8 +14,7 @@ constexpr std::string_view kXmpUuid =
     "\xBE\x7A\xCF\xCB\x97\xA9\x42\xE8\x9C\x71\x99\x94\x91\xE3\xAF\xAC";
 
 struct Box {
-  std::array<char, 32>
-      head{};  ///< Its first bytes: size, type, perhaps a long size, perhaps a UUID.
+  std::array<char, 32> head{};  ///< Size, type, perhaps a long size, perhaps a UUID.
   bool long_size = false;
   Extent content;
   std::uint64_t missing = 0;  ///< How many bytes of it lie beyond the end of what holds it.
