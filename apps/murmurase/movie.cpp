@@ -135,7 +135,9 @@ void read_movie(Controller& controller, const MovieOptions& options) {
 }
 
 Failure movie_failure(const std::string& movie, const std::string& reason) {
-  return Failure(fmt::format("{}: {}", printable(movie), reason));
+  const std::string name = printable(movie);
+  if (reason.find(name) != std::string::npos) return Failure(reason);
+  return Failure(fmt::format("{}: {}", name, reason));
 }
 
 }  // namespace host

@@ -63,7 +63,7 @@ std::optional<std::vector<XmlElement>> parse_xmp_from_mov(Controller& controller
     }
     movie = find_properties(xml::parse_values(
         run.output.view(), xmp::values, xmp::dynamic_media,
-        fmt::format("what the XMP tool printed for {}", printable(movie_path))));
+        fmt::format("the XMP packet of {}", printable(movie_path))));
   }
 
   if (movie->scale) controller.frame_rate = rate_of_scale(*movie->scale);

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <unordered_map>
 
 #include "core/error.h"
 
@@ -33,12 +34,29 @@ struct ValueParse {
   const xmlChar* space = nullptr;       // interned: names compare by address
   std::vector<const xmlChar*> values;   // interned
   std::size_t depth_in_value = 0;       // elements open from the outermost value element on
-  const char* limit = nullptr;          // the first limit passed
+  std::unordered_map<const xmlEntity*, std::string> entities;  // what they stand for
+  std::size_t entity_text_so_far = 0;                          // bytes
+  const char* limit = nullptr;                                 // the first limit passed
   bool memory_ran_out = false;
 };
 
+// Bytes that all references to entities together may stand for; metadata has no use for any.
+constexpr std::size_t most_entity_text = std::size_t{1} << 20;
+
+const std::string& entity_text(ValueParse& state, const xmlEntity* entity);
+
 ValueParse& state_of(void* context) {
   return *static_cast<ValueParse*>(static_cast<xmlParserCtxt*>(context)->_private);
+}
+
+void stop(void* context, const char* limit) {
+  ValueParse& state = state_of(context);
+  if (state.limit == nullptr) state.limit = limit;
+  xmlStopParser(static_cast<xmlParserCtxt*>(context));
+}
+
+bool is_text(const xmlNode* node) {
+  return node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE;
 }
 
 void start_element(void* context, const xmlChar* local, const xmlChar* prefix, const xmlChar* uri,
@@ -73,36 +91,85 @@ void cdata(void* context, const xmlChar* text, int length) {
   if (counts(context)) xmlSAX2CDataBlock(context, text, length);
 }
 
-// An external entity that was never declared cannot be loaded.
-void entity_declaration(void* context, const xmlChar* name, int type, const xmlChar* public_id,
-                        const xmlChar* system_id, xmlChar* content) {
-  if (type == XML_INTERNAL_GENERAL_ENTITY || type == XML_INTERNAL_PARAMETER_ENTITY) {
-    xmlSAX2EntityDecl(context, name, type, public_id, system_id, content);
+// Appends what an entity stands for, each entity within it being worked out once. The parser has
+// refused entities that refer to themselves, and deep chains of them.
+void append_content(ValueParse& state, const xmlNode* node, std::string& text) {
+  for (; node != nullptr && text.size() <= most_entity_text; node = node->next) {
+    if (node->type == XML_ENTITY_REF_NODE) {
+      text += entity_text(state, reinterpret_cast<const xmlEntity*>(node->children));
+    } else if (node->type == XML_ELEMENT_NODE) {
+      append_content(state, node->children, text);
+    } else if (is_text(node)) {
+      text += as_char(node->content);
+    }
+  }
+}
+
+const std::string& entity_text(ValueParse& state, const xmlEntity* entity) {
+  const auto [known, added] = state.entities.try_emplace(entity);
+  std::string& text = known->second;  // stays where it is while the map grows
+  if (added && entity != nullptr) append_content(state, entity->children, text);
+  return text;
+}
+
+// An entity's content that was stopped at a limit leaves its outer contents running, to refer to it
+// again and again; they stop here.
+xmlEntity* get_entity(void* context, const xmlChar* name) {
+  if (const char* limit = state_of(context).limit; limit != nullptr) {
+    stop(context, limit);
+    return nullptr;
+  }
+  return xmlSAX2GetEntity(context, name);
+}
+
+// A reference in a value counts with its content; external entities have none, for they are not
+// loaded. In an entity's own content it stays a reference until the entity is referred to.
+void reference(void* context, const xmlChar* name) {
+  ValueParse& state = state_of(context);
+  if (context != state.main_context) {
+    xmlSAX2Reference(context, name);
+  } else if (state.depth_in_value > 0) {
+    const std::string& text = entity_text(state, xmlSAX2GetEntity(context, name));
+    state.entity_text_so_far += text.size();
+    if (state.entity_text_so_far > most_entity_text) {
+      stop(context, "its entities expand without measure");
+    } else {
+      xmlSAX2Characters(context, as_xml(text.c_str()), static_cast<int>(text.size()));
+    }
   }
 }
 
 // A lenient parser passes over what is malformed. But where it gave up on a limit, the document would
 // silently end there; that is an error.
 void note_problem(void* context, xmlErrorPtr problem) {
-  auto* parser = static_cast<xmlParserCtxt*>(context);
-  ValueParse& state = state_of(parser);
-  if (state.limit != nullptr || state.memory_ran_out) return;
   if (problem->code == XML_ERR_ENTITY_LOOP) {
-    state.limit = "its entities expand without measure";
+    stop(context, "its entities expand without measure");
   } else if (problem->code == XML_ERR_INTERNAL_ERROR &&
-             parser->nodeNr >= static_cast<int>(xmlParserMaxDepth)) {
-    state.limit = "its elements are nested too deep";
+             static_cast<xmlParserCtxt*>(context)->nodeNr >= static_cast<int>(xmlParserMaxDepth)) {
+    stop(context, "its elements are nested too deep");
   } else if (problem->code == XML_ERR_NAME_TOO_LONG) {
-    state.limit = "a name in it is too long";
+    stop(context, "a name in it is too long");
+  } else if (problem->code == XML_ERR_UNSUPPORTED_ENCODING) {
+    stop(context, "its encoding is unknown");
   } else if (problem->code == XML_ERR_NO_MEMORY) {
     const bool huge = problem->message != nullptr && std::strstr(problem->message, "huge") != nullptr;
-    if (huge) state.limit = "a text in it is longer than 10 MB";
-    state.memory_ran_out = !huge;
-  } else {
-    return;
+    if (!huge) state_of(context).memory_ran_out = true;
+    stop(context, "a text in it is longer than 10 MB");
   }
-  xmlStopParser(parser);
 }
+
+// While it lives, problems that libxml2 reports to nobody in particular are not printed.
+class QuietErrors {
+ public:
+  QuietErrors() { xmlSetStructuredErrorFunc(nullptr, [](void*, xmlErrorPtr) {}); }
+  QuietErrors(const QuietErrors&) = delete;
+  QuietErrors& operator=(const QuietErrors&) = delete;
+  ~QuietErrors() { xmlSetStructuredErrorFunc(context_, function_); }
+
+ private:
+  void* context_ = xmlStructuredErrorContext;
+  xmlStructuredErrorFunc function_ = xmlStructuredError;
+};
 
 // Gives the parser the next bytes of a view and takes them off it.
 int read_piece(void* view, char* piece, int length) {
@@ -120,10 +187,10 @@ XmlDocument parse_values(std::string_view bytes, std::span<const char* const> va
     throw Error(ErrorKind::xml, fmt::format("{} cannot be read as XML: {}", what, reason));
   };
   if (bytes.empty()) fail("it is empty");
+  const QuietErrors quiet;
   Context context(xmlNewParserCtxt());
   if (!context) throw std::bad_alloc();
-  xmlCtxtUseOptions(context.get(),
-                    XML_PARSE_RECOVER | XML_PARSE_NONET | XML_PARSE_NOENT | XML_PARSE_COMPACT);
+  xmlCtxtUseOptions(context.get(), XML_PARSE_RECOVER | XML_PARSE_NONET | XML_PARSE_COMPACT);
 
   ValueParse state;
   state.main_context = context.get();
@@ -138,7 +205,8 @@ XmlDocument parse_values(std::string_view bytes, std::span<const char* const> va
   sax.characters = characters;
   sax.ignorableWhitespace = characters;
   sax.cdataBlock = cdata;
-  sax.entityDecl = entity_declaration;
+  sax.getEntity = get_entity;
+  sax.reference = reference;
   sax.serror = note_problem;
 
   // Handed over in small pieces; xmlReadMemory would first copy the whole packet.
@@ -202,9 +270,6 @@ xmlNode* child(const xmlNode* parent, const Name& name) {
 }
 
 std::string_view text_content(const xmlNode* element, std::string& scratch) {
-  const auto is_text = [](const xmlNode* node) {
-    return node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE;
-  };
   const auto view = [](const xmlNode* node) {
     return node->content != nullptr ? std::string_view(as_char(node->content)) : std::string_view();
   };
