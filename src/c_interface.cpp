@@ -84,7 +84,10 @@ T& checked(T* pointer, const char* what) {
 }
 
 murmurase_error* make(Value value, murmurase_value** result) {
-  return guarded([&] { checked(result, "the result") = give(std::move(value)); });
+  return guarded([&] {
+    murmurase_value*& target = checked(result, "the result");
+    target = give(std::move(value));
+  });
 }
 
 template <typename T>
@@ -225,9 +228,10 @@ murmurase_error* murmurase_new_real(double real, murmurase_value** result) {
 
 murmurase_error* murmurase_new_text(const char* text, size_t length, murmurase_value** result) {
   return guarded([&] {
+    murmurase_value*& target = checked(result, "the result");
     if (length > 0) checked(text, "the text");
-    checked(result, "the result") =
-        give({length > 0 ? std::string(text, length) : std::string()});
+    if (length > std::string().max_size()) throw std::bad_alloc();
+    target = give({length > 0 ? std::string(text, length) : std::string()});
   });
 }
 
@@ -240,7 +244,10 @@ murmurase_error* murmurase_new_list(murmurase_value** result) { return make({Lis
 murmurase_error* murmurase_new_record(murmurase_value** result) { return make({Record{}}, result); }
 
 murmurase_error* murmurase_value_copy(const murmurase_value* value, murmurase_value** result) {
-  return guarded([&] { checked(result, "the result") = give(as_value(value)); });
+  return guarded([&] {
+    murmurase_value*& target = checked(result, "the result");
+    target = give(as_value(value));
+  });
 }
 
 void murmurase_value_free(murmurase_value* value) { delete reinterpret_cast<Value*>(value); }
@@ -350,7 +357,8 @@ murmurase_error* murmurase_controller_new(const murmurase_host* host,
                                           murmurase_controller** result) {
   return guarded([&] {
     const murmurase_host& callbacks = checked(host, "the host");
-    checked(result, "the result") = new murmurase_controller(callbacks);
+    murmurase_controller*& target = checked(result, "the result");
+    target = new murmurase_controller(callbacks);
   });
 }
 
@@ -359,8 +367,9 @@ void murmurase_controller_free(murmurase_controller* controller) { delete contro
 murmurase_error* murmurase_get(const murmurase_controller* controller, const char* field,
                                murmurase_value** result) {
   return guarded([&] {
-    checked(result, "the result") = give(murmurase::get_field(
-        checked(controller, "the controller").controller, &checked(field, "the field's name")));
+    murmurase_value*& target = checked(result, "the result");
+    target = give(murmurase::get_field(checked(controller, "the controller").controller,
+                                       &checked(field, "the field's name")));
   });
 }
 

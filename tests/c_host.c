@@ -199,6 +199,7 @@ static void misuse(murmurase_controller* controller, const murmurase_host* host)
   EXPECT(kind(m.call(controller, "\xFF\n", NULL, 0, NULL)) == MURMURASE_ERROR_NAME);
   EXPECT(kind(m.new_text(NULL, 1, &value)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.new_real(1, NULL)) == MURMURASE_ERROR_ARGUMENT);
+  EXPECT(kind(m.new_text("x", SIZE_MAX / 2 + 1, &value)) == MURMURASE_ERROR_MEMORY);
   EXPECT(kind(m.get_boolean(list, &boolean)) == MURMURASE_ERROR_TYPE);
   EXPECT(kind(m.get_integer(NULL, &number)) == MURMURASE_ERROR_TYPE);
   EXPECT(kind(m.get_boolean(value, NULL)) == MURMURASE_ERROR_ARGUMENT);

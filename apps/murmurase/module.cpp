@@ -175,6 +175,8 @@ Value to_value(const json& data) {
   return nullptr;
 }
 
+murmurase_controller* Controller::controller_ = nullptr;
+
 Controller::Controller() {
   const murmurase_host callbacks = {};
   check(module.controller_new(&callbacks, &controller_));
