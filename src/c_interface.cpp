@@ -79,7 +79,8 @@ murmurase_value* give(Value value) {
 
 template <typename T>
 T& checked(T* pointer, const char* what) {
-  if (pointer == nullptr) throw Error(ErrorKind::argument, fmt::format("{} is a null pointer", what));
+  if (pointer == nullptr)
+    throw Error(ErrorKind::argument, fmt::format("{} is a null pointer", what));
   return *pointer;
 }
 
@@ -95,8 +96,8 @@ const T* held(const murmurase_value* value) {
 template <typename T>
 const T& read(const murmurase_value* value, const char* wanted) {
   if (const T* found = held<T>(value)) return *found;
-  throw Error(ErrorKind::type, fmt::format("{} was asked of {}", wanted,
-                                           murmurase::kind_name(as_value(value))));
+  throw Error(ErrorKind::type,
+              fmt::format("{} was asked of {}", wanted, murmurase::kind_name(as_value(value))));
 }
 
 template <typename T>
@@ -226,8 +227,7 @@ murmurase_error* murmurase_new_real(double real, murmurase_value** result) {
 murmurase_error* murmurase_new_text(const char* text, size_t length, murmurase_value** result) {
   return guarded([&] {
     if (length > 0) checked(text, "the text");
-    checked(result, "the result") =
-        give({length > 0 ? std::string(text, length) : std::string()});
+    checked(result, "the result") = give({length > 0 ? std::string(text, length) : std::string()});
   });
 }
 
@@ -247,8 +247,8 @@ void murmurase_value_free(murmurase_value* value) { delete reinterpret_cast<Valu
 
 murmurase_kind murmurase_value_kind(const murmurase_value* value) {
   static constexpr murmurase_kind kinds[] = {
-      MURMURASE_NULL, MURMURASE_BOOLEAN, MURMURASE_INTEGER,      MURMURASE_REAL,
-      MURMURASE_TEXT, MURMURASE_LIST,    MURMURASE_RECORD,       MURMURASE_XML_DOCUMENT,
+      MURMURASE_NULL,        MURMURASE_BOOLEAN,    MURMURASE_INTEGER, MURMURASE_REAL,
+      MURMURASE_TEXT,        MURMURASE_LIST,       MURMURASE_RECORD,  MURMURASE_XML_DOCUMENT,
       MURMURASE_XML_ELEMENT, MURMURASE_HOST_OBJECT};
   return kinds[as_value(value).data.index()];
 }
@@ -279,9 +279,8 @@ murmurase_error* murmurase_get_text(const murmurase_value* value, const char** t
 }
 
 murmurase_error* murmurase_get_host_object(const murmurase_value* value, void** result) {
-  return guarded([&] {
-    checked(result, "the result") = read<HostObject>(value, "a host object").pointer;
-  });
+  return guarded(
+      [&] { checked(result, "the result") = read<HostObject>(value, "a host object").pointer; });
 }
 
 size_t murmurase_size(const murmurase_value* value) {
