@@ -31,5 +31,5 @@ configure_file(${PROJECT_SOURCE_DIR}/cmake/murmurase.pc.in murmurase.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/murmurase.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-file(GLOB man_pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/man/*.1)
-install(FILES ${man_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+        FILES_MATCHING PATTERN *.1)

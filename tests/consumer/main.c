@@ -20,7 +20,7 @@ static void find(const char* name, void* function) {
 }
 
 /* The interface's declarations are the types of the pointers. */
-#define FIND(name)           \
+#define FIND(name)            \
   __typeof__(&name) p_##name; \
   find(#name, &p_##name)
 
