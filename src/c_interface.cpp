@@ -79,7 +79,8 @@ murmurase_value* give(Value value) {
 
 template <typename T>
 T& checked(T* pointer, const char* what) {
-  if (pointer == nullptr) throw Error(ErrorKind::argument, fmt::format("{} is a null pointer", what));
+  if (pointer == nullptr)
+    throw Error(ErrorKind::argument, fmt::format("{} is a null pointer", what));
   return *pointer;
 }
 
@@ -98,8 +99,8 @@ const T* held(const murmurase_value* value) {
 template <typename T>
 const T& read(const murmurase_value* value, const char* wanted) {
   if (const T* found = held<T>(value)) return *found;
-  throw Error(ErrorKind::type, fmt::format("{} was asked of {}", wanted,
-                                           murmurase::kind_name(as_value(value))));
+  throw Error(ErrorKind::type,
+              fmt::format("{} was asked of {}", wanted, murmurase::kind_name(as_value(value))));
 }
 
 template <typename T>
@@ -254,8 +255,8 @@ void murmurase_value_free(murmurase_value* value) { delete reinterpret_cast<Valu
 
 murmurase_kind murmurase_value_kind(const murmurase_value* value) {
   static constexpr murmurase_kind kinds[] = {
-      MURMURASE_NULL, MURMURASE_BOOLEAN, MURMURASE_INTEGER,      MURMURASE_REAL,
-      MURMURASE_TEXT, MURMURASE_LIST,    MURMURASE_RECORD,       MURMURASE_XML_DOCUMENT,
+      MURMURASE_NULL,        MURMURASE_BOOLEAN,    MURMURASE_INTEGER, MURMURASE_REAL,
+      MURMURASE_TEXT,        MURMURASE_LIST,       MURMURASE_RECORD,  MURMURASE_XML_DOCUMENT,
       MURMURASE_XML_ELEMENT, MURMURASE_HOST_OBJECT};
   return kinds[as_value(value).data.index()];
 }
@@ -286,9 +287,8 @@ murmurase_error* murmurase_get_text(const murmurase_value* value, const char** t
 }
 
 murmurase_error* murmurase_get_host_object(const murmurase_value* value, void** result) {
-  return guarded([&] {
-    checked(result, "the result") = read<HostObject>(value, "a host object").pointer;
-  });
+  return guarded(
+      [&] { checked(result, "the result") = read<HostObject>(value, "a host object").pointer; });
 }
 
 size_t murmurase_size(const murmurase_value* value) {

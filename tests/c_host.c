@@ -6,13 +6,14 @@
 
 #include "murmurase/murmurase.h"
 
-#define FUNCTIONS(F)                                                                            \
-  F(call) F(controller_free) F(controller_new) F(error_free) F(error_get_kind) F(error_message) \
-  F(error_number) F(get) F(get_boolean) F(get_host_object) F(get_integer) F(get_real)           \
-  F(get_text) F(interface_version) F(list_append) F(list_get) F(list_set) F(new_boolean)        \
-  F(new_host_object) F(new_integer) F(new_list) F(new_real) F(new_record) F(new_text)           \
-  F(record_get) F(record_key) F(record_set) F(set) F(set_host_ui_active) F(size)                \
-  F(startup_error) F(value_copy) F(value_free) F(value_kind) F(version)
+#define FUNCTIONS(F)                                                                              \
+  F(call)                                                                                         \
+  F(controller_free) F(controller_new) F(error_free) F(error_get_kind) F(error_message)           \
+      F(error_number) F(get) F(get_boolean) F(get_host_object) F(get_integer) F(get_real)         \
+          F(get_text) F(interface_version) F(list_append) F(list_get) F(list_set) F(new_boolean)  \
+              F(new_host_object) F(new_integer) F(new_list) F(new_real) F(new_record) F(new_text) \
+                  F(record_get) F(record_key) F(record_set) F(set) F(set_host_ui_active) F(size)  \
+                      F(startup_error) F(value_copy) F(value_free) F(value_kind) F(version)
 
 static struct {
 #define DECLARE(name) __typeof__(&murmurase_##name) name;
@@ -21,12 +22,12 @@ static struct {
 
 static int failures = 0;
 
-#define EXPECT(condition)                                              \
-  do {                                                                 \
-    if (!(condition)) {                                                \
+#define EXPECT(condition)                                                   \
+  do {                                                                      \
+    if (!(condition)) {                                                     \
       fprintf(stderr, "line %d: %s does not hold\n", __LINE__, #condition); \
-      ++failures;                                                      \
-    }                                                                  \
+      ++failures;                                                           \
+    }                                                                       \
   } while (0)
 
 /* Whether the call succeeded; frees its error after telling it. */

@@ -51,9 +51,9 @@ class PlatformTest : public testing::Test {
 
 TEST_F(PlatformTest, PathsArriveAsOneArgument) {
   const std::string printer = tool("printf '<%s>' \"$@\"");
-  for (const std::string& movie :
-       std::initializer_list<std::string>{"/Movies/Take 1.mov", "-x", "", "a\"b$HOME`id`\\\\$(id)!*?'c;d|e&f>g\n\n\th#~", "\xFF\xC3",
-        "trailing\\"}) {
+  for (const std::string& movie : std::initializer_list<std::string>{
+           "/Movies/Take 1.mov", "-x", "", "a\"b$HOME`id`\\\\$(id)!*?'c;d|e&f>g\n\n\th#~",
+           "\xFF\xC3", "trailing\\"}) {
     const ToolRun run = platform_.run_xmp_tool(printer, movie);
     EXPECT_EQ(run.output.view(), "<get><" + movie + ">");
     EXPECT_EQ(run.wait_status, 0);
@@ -158,9 +158,12 @@ TEST_F(PlatformTest, ApplicationSupport) {
     std::string data_home;
     std::string home;
     std::string directory;
-  } cases[] = {{path("data"), "", path("data")},         {path("data") + "//", "/x", path("data")},
-               {"relative", path("home"), "~/.local/share"}, {"", path("home"), "~/.local/share"},
-               {"", "", ""},                             {"", "relative", ""},
+  } cases[] = {{path("data"), "", path("data")},
+               {path("data") + "//", "/x", path("data")},
+               {"relative", path("home"), "~/.local/share"},
+               {"", path("home"), "~/.local/share"},
+               {"", "", ""},
+               {"", "relative", ""},
                {"", plain, ""}};
   for (const auto& each : cases) {
     set("XDG_DATA_HOME", each.data_home);

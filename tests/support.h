@@ -80,8 +80,7 @@ inline std::string packet(const std::string& properties) {
          " <rdf:RDF xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\">\n"
          "  <rdf:Description rdf:about=\"\""
          " xmlns:xmpDM=\"http://ns.adobe.com/xmp/1.0/DynamicMedia/\">\n" +
-         properties +
-         "  </rdf:Description>\n </rdf:RDF>\n</x:xmpmeta>\n<?xpacket end=\"w\"?>";
+         properties + "  </rdf:Description>\n </rdf:RDF>\n</x:xmpmeta>\n<?xpacket end=\"w\"?>";
 }
 
 inline std::string track(const std::string& type, const std::string& time_base,
@@ -89,7 +88,8 @@ inline std::string track(const std::string& type, const std::string& time_base,
   return fmt::format(
       "<xmpDM:Tracks><rdf:Bag><rdf:li rdf:parseType=\"Resource\">\n"
       " <xmpDM:trackType>{}</xmpDM:trackType>\n <xmpDM:frameRate>{}</xmpDM:frameRate>\n"
-      " <xmpDM:markers><rdf:Seq>\n{} </rdf:Seq></xmpDM:markers>\n</rdf:li></rdf:Bag></xmpDM:Tracks>\n",
+      " <xmpDM:markers><rdf:Seq>\n{} "
+      "</rdf:Seq></xmpDM:markers>\n</rdf:li></rdf:Bag></xmpDM:Tracks>\n",
       type, time_base, markers);
 }
 

@@ -34,9 +34,7 @@ using File = std::unique_ptr<std::FILE, FileClose>;
 using XmpFile = std::unique_ptr<_XmpFile, XmpFileFree>;
 using Xmp = std::unique_ptr<_Xmp, XmpFree>;
 
-std::string quoted_name(const fs::path& path) {
-  return in_quotes(path.native());
-}
+std::string quoted_name(const fs::path& path) { return in_quotes(path.native()); }
 
 [[noreturn]] void fail_to_read(const fs::path& path, const std::error_code& error) {
   const bool denied = error == std::errc::permission_denied;

@@ -84,8 +84,8 @@ std::string known_speakers(const json& speakers) {
 }
 
 void set_name(json& speakers, const std::string& speaker, const std::string& name) {
-  const auto entry = std::ranges::find_if(
-      speakers, [&](const json& each) { return each["Speaker"] == speaker; });
+  const auto entry =
+      std::ranges::find_if(speakers, [&](const json& each) { return each["Speaker"] == speaker; });
   if (entry == speakers.end()) {
     throw Failure(fmt::format("it has no speaker \"{}\" to name; its speakers are {}",
                               printable(speaker), known_speakers(speakers)));

@@ -30,10 +30,10 @@ using Context = std::unique_ptr<xmlParserCtxt, FreeContext>;
 
 // What one parse keeps beside libxml2's own context, which points here with _private.
 struct ValueParse {
-  const void* main_context = nullptr;   // an entity's content is parsed in a context of its own
-  const xmlChar* space = nullptr;       // interned: names compare by address
-  std::vector<const xmlChar*> values;   // interned
-  std::size_t depth_in_value = 0;       // elements open from the outermost value element on
+  const void* main_context = nullptr;  // an entity's content is parsed in a context of its own
+  const xmlChar* space = nullptr;      // interned: names compare by address
+  std::vector<const xmlChar*> values;  // interned
+  std::size_t depth_in_value = 0;      // elements open from the outermost value element on
   std::unordered_map<const xmlEntity*, std::string> entities;  // what they stand for
   std::size_t entity_text_so_far = 0;                          // bytes
   const char* limit = nullptr;                                 // the first limit passed
@@ -152,7 +152,8 @@ void note_problem(void* context, xmlErrorPtr problem) {
   } else if (problem->code == XML_ERR_UNSUPPORTED_ENCODING) {
     stop(context, "its encoding is unknown");
   } else if (problem->code == XML_ERR_NO_MEMORY) {
-    const bool huge = problem->message != nullptr && std::strstr(problem->message, "huge") != nullptr;
+    const bool huge =
+        problem->message != nullptr && std::strstr(problem->message, "huge") != nullptr;
     if (!huge) state_of(context).memory_ran_out = true;
     stop(context, "a text in it is longer than 10 MB");
   }
@@ -161,7 +162,9 @@ void note_problem(void* context, xmlErrorPtr problem) {
 // While it lives, problems that libxml2 reports to nobody in particular are not printed.
 class QuietErrors {
  public:
-  QuietErrors() { xmlSetStructuredErrorFunc(nullptr, [](void*, xmlErrorPtr) {}); }
+  QuietErrors() {
+    xmlSetStructuredErrorFunc(nullptr, [](void*, xmlErrorPtr) {});
+  }
   QuietErrors(const QuietErrors&) = delete;
   QuietErrors& operator=(const QuietErrors&) = delete;
   ~QuietErrors() { xmlSetStructuredErrorFunc(context_, function_); }
@@ -241,9 +244,7 @@ bool is_named(const xmlNode* node, const Name& name) {
          std::strcmp(as_char(node->ns->href), name.space) == 0;
 }
 
-xmlNode* first_element(const XmlDocument& document) {
-  return xmlDocGetRootElement(document.get());
-}
+xmlNode* first_element(const XmlDocument& document) { return xmlDocGetRootElement(document.get()); }
 
 xmlNode* next_element(const xmlNode* node) {
   xmlNode* next = nullptr;

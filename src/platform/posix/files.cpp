@@ -41,8 +41,7 @@ std::optional<int> named_descriptor(std::string_view path) {
     if (!path.starts_with(folder)) continue;
     const std::string_view digits = path.substr(folder.size());
     int number = 0;
-    const auto [end, error] =
-        std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
     if (error == std::errc() && end == digits.data() + digits.size() && number >= 0) return number;
   }
   return std::nullopt;
@@ -135,8 +134,7 @@ void replace_file(const std::string& path, std::string_view bytes) {
   std::string new_path;
   FileDescriptor file = create_beside(target, new_path);
   if (file.get() < 0) throw system_error(action, path, errno);
-  const int error =
-      fill_and_rename(file, new_path, bytes, exists ? &status : nullptr, target);
+  const int error = fill_and_rename(file, new_path, bytes, exists ? &status : nullptr, target);
   if (error != 0) {
     unlink(new_path.c_str());
     throw system_error(action, path, error);
