@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """Writes an XMP packet with a speech transcription, as XMP toolkits print one: an element a line,
-three blanks a level. A word takes about 420 bytes and 18 nodes. The same arguments give the same bytes.
+three blanks a level. A word takes about 420 bytes and 18 nodes. Equal arguments give equal bytes.
 """
 
 import argparse

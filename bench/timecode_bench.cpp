@@ -11,11 +11,7 @@
 
 #include "timecode/timecode.h"
 
-namespace {
-
-std::size_t allocations = 0;
-
-}  // namespace
+static std::size_t allocations = 0;
 
 // Inlined, these would look to the compiler like a mismatched pair.
 [[gnu::noinline]] void* operator new(std::size_t size) {
@@ -32,84 +28,64 @@ std::size_t allocations = 0;
 
 namespace {
 
+using benchmark::DoNotOptimize;
+using murmurase::to_frames;
+using murmurase::to_timecode;
+
 constexpr int rate = 30;
 constexpr int drop = 2;
 
 struct Position {
   int frames;
-  int hours, minutes, seconds, rest;
   std::string label;
+  std::array<int, 4> fields;  // hours, minutes, seconds, frames
 };
 
-// Frames all over a day at 29.97 frames per second, drop-frame, with their labels.
-std::vector<Position> make_positions() {
-  std::vector<Position> positions;
-  for (int frames = 0; frames < 2589408; frames += 2531) {
-    Position position{.frames = frames,
-                      .hours = 0,
-                      .minutes = 0,
-                      .seconds = 0,
-                      .rest = 0,
-                      .label = murmurase::to_timecode(frames, rate, "DF")};
-    if (std::sscanf(position.label.c_str(), "%2d:%2d:%2d;%2d", &position.hours, &position.minutes,
-                    &position.seconds, &position.rest) != 4) {
-      std::abort();
-    }
-    positions.push_back(position);
-  }
-  return positions;
+std::array<int, 4> scan(const std::string& label) {
+  std::array<int, 4> f{};
+  std::sscanf(label.c_str(), "%d:%d:%d;%d", &f[0], &f[1], &f[2], &f[3]);
+  return f;
 }
 
-const std::vector<Position> positions = make_positions();
-
-// Runs a function over the positions, one a turn.
-template <typename Function>
-void measure(benchmark::State& state, const Function& function) {
-  std::size_t i = 0;
-  for (auto _ : state) {
-    function(positions[i]);
-    if (++i == positions.size()) i = 0;
-  }
-}
-
-// Splitting the count into fields is left out: the comparison is all the harder.
-void format(std::array<char, 64>& buffer, const Position& at) {
-  std::snprintf(buffer.data(), buffer.size(), "%02d:%02d:%02d;%02d", at.hours, at.minutes,
-                at.seconds, at.rest);
-}
-
-int scan(const char* label) {
-  int hours = 0;
-  int minutes = 0;
-  int seconds = 0;
-  int frames = 0;
-  std::sscanf(label, "%d:%d:%d;%d", &hours, &minutes, &seconds, &frames);
+int scan_frames(const std::string& label) {
+  const auto [hours, minutes, seconds, frames] = scan(label);
   const int all_minutes = 60 * hours + minutes;
   return (60 * all_minutes + seconds) * rate + frames - drop * (all_minutes - all_minutes / 10);
 }
 
-void to_timecode(benchmark::State& state) {
-  measure(state, [](const Position& at) {
-    benchmark::DoNotOptimize(murmurase::to_timecode(at.frames, rate, "DF"));
-  });
+// From fields already split: the comparison is all the harder.
+const char* print(const std::array<int, 4>& f) {
+  static std::array<char, 64> label;
+  std::snprintf(label.data(), label.size(), "%02d:%02d:%02d;%02d", f[0], f[1], f[2], f[3]);
+  return label.data();
 }
 
-void snprintf_label(benchmark::State& state) {
-  std::array<char, 64> buffer{};
-  measure(state, [&](const Position& at) {
-    format(buffer, at);
-    benchmark::DoNotOptimize(buffer);
-  });
+// Frames all over a day at 29.97 frames per second. Both sides of a comparison must agree on them.
+std::vector<Position> make_positions() {
+  std::vector<Position> positions;
+  for (int frames = 0; frames < 2589408; frames += 2531) {
+    const std::string label = to_timecode(frames, rate, "DF");
+    positions.push_back({frames, label, scan(label)});
+    if (print(scan(label)) != label || scan_frames(label) != frames ||
+        to_frames(label, rate, "DF") != frames) {
+      std::fprintf(stderr, "timecode_bench: the sides disagree on frame %d\n", frames);
+      std::exit(1);
+    }
+  }
+  return positions;
 }
 
-void to_frames(benchmark::State& state) {
-  measure(state, [](const Position& at) {
-    benchmark::DoNotOptimize(murmurase::to_frames(at.label, rate, "DF"));
+// Runs a function over the positions, one a turn.
+template <typename Function>
+void measure(const char* name, const Function& function) {
+  static const std::vector<Position> positions = make_positions();
+  benchmark::RegisterBenchmark(name, [function](benchmark::State& state) {
+    std::size_t i = 0;
+    for (auto _ : state) {
+      function(positions[i]);
+      if (++i == positions.size()) i = 0;
+    }
   });
-}
-
-void sscanf_label(benchmark::State& state) {
-  measure(state, [](const Position& at) { benchmark::DoNotOptimize(scan(at.label.c_str())); });
 }
 
 template <typename Function>
@@ -119,50 +95,28 @@ std::size_t allocations_of(const Function& function) {
   return allocations - before;
 }
 
-// Allocations of one call beyond those that its result takes; the second label is too long for a
-// string's own room.
+// Allocations beyond those that the results take. The second label has no room in a string itself.
 void extra_allocations(benchmark::State& state) {
   std::size_t extra = 0;
   for (const double frames : {107892.0, 1e17}) {
     std::string label;
-    const std::size_t made =
-        allocations_of([&] { label = murmurase::to_timecode(frames, rate, "DF"); });
-    const std::size_t needed = allocations_of([&] {
-      std::string copy(label);
-      benchmark::DoNotOptimize(copy);
-    });
-    extra += made - needed;
-    extra +=
-        allocations_of([&] { benchmark::DoNotOptimize(murmurase::to_frames(label, rate, "DF")); });
+    extra += allocations_of([&] { label = to_timecode(frames, rate, "DF"); });
+    extra += allocations_of([&] { DoNotOptimize(to_frames(label, rate, "DF")); });
+    extra -= allocations_of([&] { DoNotOptimize(std::string(label)); });
   }
-  for (auto _ : state) benchmark::DoNotOptimize(extra);
+  for (auto _ : state) DoNotOptimize(extra);
   state.counters["extra_allocations"] = static_cast<double>(extra);
-}
-
-BENCHMARK(to_timecode);
-BENCHMARK(snprintf_label);
-BENCHMARK(to_frames);
-BENCHMARK(sscanf_label);
-BENCHMARK(extra_allocations);
-
-// Both sides of a comparison must do the same.
-bool sides_agree() {
-  std::array<char, 64> buffer{};
-  for (const Position& at : positions) {
-    format(buffer, at);
-    if (buffer.data() != murmurase::to_timecode(at.frames, rate, "DF")) return false;
-    if (scan(at.label.c_str()) != murmurase::to_frames(at.label, rate, "DF")) return false;
-  }
-  return true;
 }
 
 }  // namespace
 
 int main(int count, char** arguments) {
-  if (!sides_agree()) {
-    std::fprintf(stderr, "timecode_bench: the sides of a comparison disagree\n");
-    return 1;
-  }
+  measure("to_timecode",
+          [](const Position& at) { DoNotOptimize(to_timecode(at.frames, rate, "DF")); });
+  measure("snprintf", [](const Position& at) { DoNotOptimize(print(at.fields)); });
+  measure("to_frames", [](const Position& at) { DoNotOptimize(to_frames(at.label, rate, "DF")); });
+  measure("sscanf", [](const Position& at) { DoNotOptimize(scan_frames(at.label)); });
+  benchmark::RegisterBenchmark("allocations", extra_allocations);
   benchmark::Initialize(&count, arguments);
   benchmark::RunSpecifiedBenchmarks();
   return 0;
