@@ -19,12 +19,8 @@ static std::size_t allocations = 0;
   if (void* memory = std::malloc(size)) return memory;
   throw std::bad_alloc();
 }
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -43,7 +39,7 @@ struct Position {
 
 std::array<int, 4> scan(const std::string& label) {
   std::array<int, 4> f{};
-  std::sscanf(label.c_str(), "%d:%d:%d;%d", &f[0], &f[1], &f[2], &f[3]);
+  std::sscanf(label.c_str(), "%d:%d:%d;%d", f.data(), &f[1], &f[2], &f[3]);
   return f;
 }
 

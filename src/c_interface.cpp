@@ -86,7 +86,7 @@ T& checked(T* pointer, const char* what) {
 
 murmurase_error* make(Value value, murmurase_value** result) {
   return guarded([&] {
-    murmurase_value*& target = checked(result, "the result");
+    auto& target = checked(result, "the result");
     target = give(std::move(value));
   });
 }
@@ -98,7 +98,7 @@ const T* held(const murmurase_value* value) {
 
 template <typename T>
 const T& read(const murmurase_value* value, const char* wanted) {
-  if (const T* found = held<T>(value)) return *found;
+  if (const auto* found = held<T>(value)) return *found;
   throw Error(ErrorKind::type,
               fmt::format("{} was asked of {}", wanted, murmurase::kind_name(as_value(value))));
 }
@@ -229,7 +229,7 @@ murmurase_error* murmurase_new_real(double real, murmurase_value** result) {
 
 murmurase_error* murmurase_new_text(const char* text, size_t length, murmurase_value** result) {
   return guarded([&] {
-    murmurase_value*& target = checked(result, "the result");
+    auto& target = checked(result, "the result");
     if (length > 0) checked(text, "the text");
     if (length > std::string().max_size()) throw std::bad_alloc();
     target = give({length > 0 ? std::string(text, length) : std::string()});
@@ -246,7 +246,7 @@ murmurase_error* murmurase_new_record(murmurase_value** result) { return make({R
 
 murmurase_error* murmurase_value_copy(const murmurase_value* value, murmurase_value** result) {
   return guarded([&] {
-    murmurase_value*& target = checked(result, "the result");
+    auto& target = checked(result, "the result");
     target = give(as_value(value));
   });
 }
@@ -271,7 +271,7 @@ murmurase_error* murmurase_get_integer(const murmurase_value* value, int64_t* re
 
 murmurase_error* murmurase_get_real(const murmurase_value* value, double* result) {
   return guarded([&] {
-    const int64_t* integer = held<int64_t>(value);
+    const auto* integer = held<int64_t>(value);
     checked(result, "the result") =
         integer != nullptr ? static_cast<double>(*integer) : read<double>(value, "a real");
   });
@@ -280,7 +280,7 @@ murmurase_error* murmurase_get_real(const murmurase_value* value, double* result
 murmurase_error* murmurase_get_text(const murmurase_value* value, const char** text,
                                     size_t* length) {
   return guarded([&] {
-    const std::string& string = read<std::string>(value, "text");
+    const auto& string = read<std::string>(value, "text");
     checked(text, "the text") = string.c_str();
     if (length != nullptr) *length = string.size();
   });
@@ -292,8 +292,8 @@ murmurase_error* murmurase_get_host_object(const murmurase_value* value, void** 
 }
 
 size_t murmurase_size(const murmurase_value* value) {
-  if (const List* list = held<List>(value)) return list->size();
-  const Record* record = held<Record>(value);
+  if (const auto* list = held<List>(value)) return list->size();
+  const auto* record = held<Record>(value);
   return record == nullptr ? 0 : record->size();
 }
 
@@ -338,7 +338,7 @@ murmurase_error* murmurase_record_set(murmurase_value* record, const char* key,
   return guarded([&] {
     checked(key, "the key");
     Value copy = record_item(item);
-    Record& entries = change<Record>(record, "an entry");
+    auto& entries = change<Record>(record, "an entry");
     for (Entry& entry : entries) {
       if (entry.key != key) continue;
       entry.value = std::move(copy);
@@ -349,7 +349,7 @@ murmurase_error* murmurase_record_set(murmurase_value* record, const char* key,
 }
 
 const char* murmurase_record_key(const murmurase_value* record, size_t index) {
-  const Record* entries = held<Record>(record);
+  const auto* entries = held<Record>(record);
   return entries == nullptr || index >= entries->size() ? nullptr : (*entries)[index].key.c_str();
 }
 
@@ -357,7 +357,7 @@ murmurase_error* murmurase_controller_new(const murmurase_host* host,
                                           murmurase_controller** result) {
   return guarded([&] {
     const murmurase_host& callbacks = checked(host, "the host");
-    murmurase_controller*& target = checked(result, "the result");
+    auto& target = checked(result, "the result");
     target = new murmurase_controller(callbacks);
   });
 }
@@ -367,7 +367,7 @@ void murmurase_controller_free(murmurase_controller* controller) { delete contro
 murmurase_error* murmurase_get(const murmurase_controller* controller, const char* field,
                                murmurase_value** result) {
   return guarded([&] {
-    murmurase_value*& target = checked(result, "the result");
+    auto& target = checked(result, "the result");
     target = give(murmurase::get_field(checked(controller, "the controller").controller,
                                        &checked(field, "the field's name")));
   });

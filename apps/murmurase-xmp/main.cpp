@@ -83,7 +83,7 @@ std::vector<std::string> arguments_of(int argc, char** argv, const CLI::App& get
   std::vector<std::string> arguments(argv + 1, argv + argc);
   std::error_code error;
   if (arguments.size() >= 2 && arguments.front() == get.get_name() &&
-      arguments.back().starts_with('-') && !get.get_option_no_throw(arguments.back()) &&
+      arguments.back().starts_with('-') && get.get_option_no_throw(arguments.back()) == nullptr &&
       std::find(arguments.begin(), arguments.end(), "--") == arguments.end() &&
       std::filesystem::exists(arguments.back(), error))
     arguments.insert(arguments.end() - 1, "--");

@@ -137,7 +137,8 @@ bool is_xmp_file(const fs::path& path) {
 /// makes a space of it ("&#xE9;" as much as "&#x1F;"), but leaves decimal ones alone. Writes those
 /// that mean text in decimal, which takes no more room.
 void make_references_decimal(std::string& bytes) {
-  for (std::size_t at = bytes.find("&#x"); at != bytes.npos; at = bytes.find("&#x", at + 3)) {
+  for (std::size_t at = bytes.find("&#x"); at != std::string::npos;
+       at = bytes.find("&#x", at + 3)) {
     if (bytes.size() - at < 6 || bytes[at + 5] != ';') continue;
     unsigned code = 0;
     const char* const digits = bytes.data() + at + 3;
@@ -174,11 +175,12 @@ Packet find_packet(const fs::path& movie) {
     if (fs::exists(sidecar, error)) return read_sidecar(sidecar);
     looked_for += (looked_for.empty() ? "" : " or ") + quoted_name(sidecar);
   }
-  if (type == XMP_FT_UNKNOWN)
+  if (type == XMP_FT_UNKNOWN) {
     fail(
         "cannot read {}: it is not a movie of a known format, and there is no sidecar {}; name a "
         "movie or an .xmp file",
         quoted_name(movie), looked_for);
+  }
   fail("no XMP packet in {} and no sidecar {}; export the movie with its metadata",
        quoted_name(movie), looked_for);
 }

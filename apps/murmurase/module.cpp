@@ -34,6 +34,9 @@ struct Interface {
 
 Interface module;
 
+// Within reach to the end, as what is kept on purpose should be.
+murmurase_controller* alive = nullptr;
+
 void check(murmurase_error* error) {
   if (error == nullptr) return;
   const std::string message = module.error_message(error);
@@ -179,11 +182,10 @@ Value to_value(const json& data) {
   return nullptr;
 }
 
-murmurase_controller* Controller::controller_ = nullptr;
-
 Controller::Controller() {
   const murmurase_host callbacks = {};
   check(module.controller_new(&callbacks, &controller_));
+  alive = controller_;
 }
 
 Value Controller::field(const char* name) const {

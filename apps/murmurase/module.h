@@ -32,7 +32,7 @@ void load_module();
 
 // Values in and out as JSON, in which a handle is null.
 json to_json(const murmurase_value* value);
-Value to_value(const json& json);
+Value to_value(const json& data);
 
 // The one controller of this program. It lives until the process ends: freeing a million nodes first
 // would only delay that.
@@ -49,7 +49,7 @@ class Controller {
  private:
   Value field(const char* name) const;
 
-  static murmurase_controller* controller_;
+  murmurase_controller* controller_ = nullptr;
 };
 
 }  // namespace host

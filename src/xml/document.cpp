@@ -60,15 +60,14 @@ bool is_text(const xmlNode* node) {
 }
 
 void start_element(void* context, const xmlChar* local, const xmlChar* prefix, const xmlChar* uri,
-                   int namespace_count, const xmlChar** namespaces, int attribute_count,
-                   int defaulted_count, const xmlChar** attributes) {
+                   int namespace_count, const xmlChar** namespaces, int /*attribute_count*/,
+                   int /*defaulted_count*/, const xmlChar** /*attributes*/) {
   ValueParse& state = state_of(context);
   if (state.depth_in_value > 0 ||
       (uri == state.space && std::ranges::find(state.values, local) != state.values.end())) {
     ++state.depth_in_value;
   }
-  xmlSAX2StartElementNs(context, local, prefix, uri, namespace_count, namespaces, attribute_count,
-                        defaulted_count, attributes);
+  xmlSAX2StartElementNs(context, local, prefix, uri, namespace_count, namespaces, 0, 0, nullptr);
 }
 
 void end_element(void* context, const xmlChar* local, const xmlChar* prefix, const xmlChar* uri) {
