@@ -20,7 +20,7 @@ namespace {
 constexpr guint8 workbook_class[16] = {0x20, 0x08, 0x02, 0, 0, 0, 0, 0,
                                        0xC0, 0,    0,    0, 0, 0, 0, 0x46};
 
-/// Sorts the cells by place, unless they came so; of several writes to a cell the last one stays.
+/// Sorts the cells by place; of several writes to a cell the last one stays.
 void put_in_order(std::vector<Cell>& cells) {
   const auto place = [](const Cell& cell) { return cell.row << 8 | cell.column; };
   std::ranges::stable_sort(cells, {}, place);
