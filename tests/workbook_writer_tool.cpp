@@ -1,0 +1,59 @@
+// Writes the workbook that standard input describes, for the tests that read it back:
+//   workbook_writer_tool FILE
+// One call a line: "write ROW COLUMN BOLD x<text in hexadecimal>" or "set_column FIRST LAST WIDTH".
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+#include "platform/workbook/workbook.h"
+
+namespace {
+
+std::string from_hexadecimal(const std::string& digits) {
+  std::string bytes;
+  for (std::size_t i = 1; i + 1 < digits.size(); i += 2) {
+    bytes.push_back(static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+  }
+  return bytes;
+}
+
+void run(const char* path) {
+  murmurase::workbook::Workbook book;
+  book.add_worksheet();
+  const auto bold = book.add_format({.bold = 1});
+  std::size_t first = 0;
+  std::size_t second = 0;
+  for (std::string call; std::cin >> call >> first >> second;) {
+    if (call == "set_column") {
+      double width = 0;
+      std::cin >> width;
+      book.set_column(first, second, width);
+    } else {
+      bool is_bold = false;
+      std::string text;
+      std::cin >> is_bold >> text;
+      if (is_bold) {
+        book.write(first, second, from_hexadecimal(text), bold);
+      } else {
+        book.write(first, second, from_hexadecimal(text));
+      }
+    }
+  }
+  std::ofstream(path, std::ios::binary) << book.close();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) return 2;
+  std::ios::sync_with_stdio(false);
+  try {
+    run(argv[1]);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return 1;
+  }
+  return 0;
+}
