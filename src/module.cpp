@@ -2,6 +2,7 @@
 
 #include <libxml/parser.h>
 
+#include "export/spreadsheet.h"
 #include "export/text_transcript.h"
 #include "model/speaker_list.h"
 #include "model/word_grouping.h"
@@ -21,6 +22,7 @@ constexpr Operation operations[] = {
     operation<build_speakers_array>("build_speakers_array"),
     operation<build_words_array>("build_words_array"),
     operation<save_to_text>("save_to_text"),
+    operation<save_to_excel>("save_to_excel"),
 };
 
 void prepare_working_folder(Process& process) {

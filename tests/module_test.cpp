@@ -16,7 +16,7 @@ std::string names(const Module& module) {
 
 const char* const all_operations =
     "to_timecode to_timestamp to_frames parse_xmp_from_mov build_speakers_array build_words_array "
-    "save_to_text ";
+    "save_to_text save_to_excel ";
 
 TEST(StartUp, WorkingFolder) {
   const struct {

@@ -241,6 +241,7 @@ MURMURASE_CHECKED murmurase_error* murmurase_set(murmurase_controller* controlle
  *   build_words_array(grouping)                   sets words_array; null. grouping: words in a phrase,
  *                                                 a whole number from 1, 100 for no limit
  *   save_to_text(grouping, path)                  writes the text transcript; null
+ *   save_to_excel(grouping, path)                 writes an Excel 97-2003 workbook, a row a phrase; null
  *
  * `arguments` may be NULL when `count` is 0. `result` may be NULL when the result is not wanted.
  * Errors: name for an unknown operation (every one before start-up); argument, "wrong number of

@@ -1,0 +1,64 @@
+#include "export/spreadsheet.h"
+
+#include <stdexcept>
+#include <string_view>
+#include <vector>
+
+#include "core/error.h"
+#include "export/time_label.h"
+#include "model/speaker_list.h"
+#include "model/word_grouping.h"
+#include "platform/platform.h"
+#include "platform/workbook/workbook.h"
+
+namespace murmurase {
+namespace {
+
+struct Column {
+  std::string_view header;
+  std::size_t width;  // characters; 0 for the default
+};
+
+// A timecode and a speaker's label fit into the first three.
+constexpr Column columns[] = {{"Time In", 11}, {"Time Out", 11}, {"Speaker", 10},
+                              {"Transcript", 50}, {"File Path", 0}};
+
+void write_header(workbook::Workbook& book) {
+  const workbook::Format bold = book.add_format({.bold = true});
+  for (std::size_t i = 0; i < std::size(columns); ++i) book.write(0, i, columns[i].header, bold);
+  for (std::size_t i = 0; i < std::size(columns); ++i) {
+    if (columns[i].width > 0) book.set_column(i, i, static_cast<double>(columns[i].width));
+  }
+}
+
+void write_phrases(workbook::Workbook& book, const Controller& controller) {
+  const SpeakerLookup speakers(*controller.speakers_array);
+  std::size_t row = 0;
+  for (const WordGroup& phrase : *controller.words_array) {
+    ++row;
+    book.write(row, 0, time_label(controller, phrase.time_in));
+    book.write(row, 1, time_label(controller, phrase.time_out));
+    book.write(row, 4, required(controller.mov_file_path, "mov_file_path"));
+    book.write(row, 2, display_name(speakers.get(phrase.speaker)));
+    book.write(row, 3, phrase.words);
+  }
+}
+
+}  // namespace
+
+void save_to_excel(Controller& controller, std::int64_t grouping, const std::string& path) {
+  build_words_array(controller, grouping);
+  workbook::Workbook book;
+  book.add_worksheet();
+  std::string_view bytes;
+  try {
+    write_header(book);
+    write_phrases(book, controller);
+    bytes = book.close();
+  } catch (const std::runtime_error& limit) {
+    throw Error(ErrorKind::range, limit.what());
+  }
+  controller.process.platform.replace_file(path, bytes);
+}
+
+}  // namespace murmurase
