@@ -11,6 +11,7 @@
 #include "module.h"
 #include "murmurase/murmurase.h"
 #include "platform/platform.h"
+#include "readers/clip_reader.h"
 
 using murmurase::Entry;
 using murmurase::Error;
@@ -59,12 +60,16 @@ murmurase_error* guarded(const Call& call) noexcept {
   }
 }
 
-murmurase_value* as_handle(Value* value) { return reinterpret_cast<murmurase_value*>(value); }
+murmurase_value* as_handle(Value* value) {
+  return reinterpret_cast<murmurase_value*>(value);
+}
 const murmurase_value* as_handle(const Value* value) {
   return reinterpret_cast<const murmurase_value*>(value);
 }
 
-bool is_null(const Value& value) { return std::holds_alternative<std::monostate>(value.data); }
+bool is_null(const Value& value) {
+  return std::holds_alternative<std::monostate>(value.data);
+}
 
 // The value behind a handle; the null value for NULL.
 const Value& as_value(const murmurase_value* handle) {
@@ -79,7 +84,8 @@ murmurase_value* give(Value value) {
 
 template <typename T>
 T& checked(T* pointer, const char* what) {
-  if (pointer == nullptr) throw Error(ErrorKind::argument, fmt::format("{} is a null pointer", what));
+  if (pointer == nullptr)
+    throw Error(ErrorKind::argument, fmt::format("{} is a null pointer", what));
   return *pointer;
 }
 
@@ -95,8 +101,8 @@ const T* held(const murmurase_value* value) {
 template <typename T>
 const T& read(const murmurase_value* value, const char* wanted) {
   if (const T* found = held<T>(value)) return *found;
-  throw Error(ErrorKind::type, fmt::format("{} was asked of {}", wanted,
-                                           murmurase::kind_name(as_value(value))));
+  throw Error(ErrorKind::type,
+              fmt::format("{} was asked of {}", wanted, murmurase::kind_name(as_value(value))));
 }
 
 template <typename T>
@@ -175,9 +181,13 @@ struct murmurase_controller {
   murmurase::Controller controller;
 };
 
-int murmurase_interface_version(void) { return MURMURASE_INTERFACE_VERSION; }
+int murmurase_interface_version(void) {
+  return MURMURASE_INTERFACE_VERSION;
+}
 
-const char* murmurase_version(void) { return MURMURASE_RELEASE; }
+const char* murmurase_version(void) {
+  return MURMURASE_RELEASE;
+}
 
 murmurase_error_kind murmurase_error_get_kind(const murmurase_error* error) {
   return error == nullptr ? MURMURASE_ERROR_ARGUMENT : error->kind;
@@ -226,8 +236,7 @@ murmurase_error* murmurase_new_real(double real, murmurase_value** result) {
 murmurase_error* murmurase_new_text(const char* text, size_t length, murmurase_value** result) {
   return guarded([&] {
     if (length > 0) checked(text, "the text");
-    checked(result, "the result") =
-        give({length > 0 ? std::string(text, length) : std::string()});
+    checked(result, "the result") = give({length > 0 ? std::string(text, length) : std::string()});
   });
 }
 
@@ -235,20 +244,26 @@ murmurase_error* murmurase_new_host_object(void* object, murmurase_value** resul
   return make({HostObject{object}}, result);
 }
 
-murmurase_error* murmurase_new_list(murmurase_value** result) { return make({List{}}, result); }
+murmurase_error* murmurase_new_list(murmurase_value** result) {
+  return make({List{}}, result);
+}
 
-murmurase_error* murmurase_new_record(murmurase_value** result) { return make({Record{}}, result); }
+murmurase_error* murmurase_new_record(murmurase_value** result) {
+  return make({Record{}}, result);
+}
 
 murmurase_error* murmurase_value_copy(const murmurase_value* value, murmurase_value** result) {
   return guarded([&] { checked(result, "the result") = give(as_value(value)); });
 }
 
-void murmurase_value_free(murmurase_value* value) { delete reinterpret_cast<Value*>(value); }
+void murmurase_value_free(murmurase_value* value) {
+  delete reinterpret_cast<Value*>(value);
+}
 
 murmurase_kind murmurase_value_kind(const murmurase_value* value) {
   static constexpr murmurase_kind kinds[] = {
-      MURMURASE_NULL, MURMURASE_BOOLEAN, MURMURASE_INTEGER,      MURMURASE_REAL,
-      MURMURASE_TEXT, MURMURASE_LIST,    MURMURASE_RECORD,       MURMURASE_XML_DOCUMENT,
+      MURMURASE_NULL,        MURMURASE_BOOLEAN,    MURMURASE_INTEGER, MURMURASE_REAL,
+      MURMURASE_TEXT,        MURMURASE_LIST,       MURMURASE_RECORD,  MURMURASE_XML_DOCUMENT,
       MURMURASE_XML_ELEMENT, MURMURASE_HOST_OBJECT};
   return kinds[as_value(value).data.index()];
 }
@@ -279,9 +294,8 @@ murmurase_error* murmurase_get_text(const murmurase_value* value, const char** t
 }
 
 murmurase_error* murmurase_get_host_object(const murmurase_value* value, void** result) {
-  return guarded([&] {
-    checked(result, "the result") = read<HostObject>(value, "a host object").pointer;
-  });
+  return guarded(
+      [&] { checked(result, "the result") = read<HostObject>(value, "a host object").pointer; });
 }
 
 size_t murmurase_size(const murmurase_value* value) {
@@ -346,6 +360,17 @@ const char* murmurase_record_key(const murmurase_value* record, size_t index) {
   return entries == nullptr || index >= entries->size() ? nullptr : (*entries)[index].key.c_str();
 }
 
+murmurase_error* murmurase_document_repair(const murmurase_value* document,
+                                           murmurase_repair* repair, murmurase_value** lines) {
+  return guarded([&] {
+    const auto found =
+        murmurase::repair_of(read<murmurase::XmlDocument>(document, "the repair of a document"));
+    checked(repair, "the result");
+    if (lines != nullptr) *lines = give(murmurase::to_value(found.repaired_lines));
+    *repair = static_cast<murmurase_repair>(found.extent);
+  });
+}
+
 murmurase_error* murmurase_controller_new(const murmurase_host* host,
                                           murmurase_controller** result) {
   return guarded([&] {
@@ -354,7 +379,9 @@ murmurase_error* murmurase_controller_new(const murmurase_host* host,
   });
 }
 
-void murmurase_controller_free(murmurase_controller* controller) { delete controller; }
+void murmurase_controller_free(murmurase_controller* controller) {
+  delete controller;
+}
 
 murmurase_error* murmurase_get(const murmurase_controller* controller, const char* field,
                                murmurase_value** result) {
@@ -391,4 +418,11 @@ void murmurase_set_host_ui_active(bool active) {
   murmurase_error* const outside =
       guarded([&] { startup().module.process.host_ui_active = active; });
   static_cast<void>(outside);  // without memory for the module no operation will ask
+}
+
+murmurase_error* murmurase_set_open_command(const char* command) {
+  return guarded([&] {
+    std::optional<std::string>& chosen = startup().module.process.open_command;
+    chosen = command == nullptr ? std::nullopt : std::optional<std::string>(command);
+  });
 }

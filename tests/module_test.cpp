@@ -15,8 +15,8 @@ std::string names(const Module& module) {
 }
 
 const char* const all_operations =
-    "to_timecode to_timestamp to_frames parse_xmp_from_mov build_speakers_array build_words_array "
-    "save_to_text ";
+    "to_timecode to_timestamp to_frames parse_xml_file parse_xmp_from_mov build_speakers_array "
+    "build_words_array save_to_text create_clip_with_markers ";
 
 TEST(StartUp, WorkingFolder) {
   const struct {
@@ -62,7 +62,7 @@ TEST(StartUp, RunsOnce) {
   start_up(module);
   platform.application_support = {"/a"};
   platform.directories["/a"] = true;
-  EXPECT_TRUE(is_error(error_of([&] { start_up(module); }), ErrorKind::type, "parse_xmp_from_mov"));
+  EXPECT_TRUE(is_error(error_of([&] { start_up(module); }), ErrorKind::type, "parse_xml_file"));
   EXPECT_EQ(module.process.temp_xml_file, "/a/Fernwork/Parlenda.xml");
   EXPECT_EQ(names(module), all_operations);
 }
@@ -84,18 +84,36 @@ TEST(Operations, CountsAndKindsOfArguments) {
     const char* message;
   } cases[] = {
       {"to_timecode", {}, ErrorKind::argument, "wrong number of arguments (0 for 3)"},
-      {"to_timecode", {text, text, text, text}, ErrorKind::argument, "wrong number of arguments (4 for 3)"},
-      {"to_timestamp", {number, number}, ErrorKind::argument, "wrong number of arguments (2 for 1)"},
+      {"to_timecode",
+       {text, text, text, text},
+       ErrorKind::argument,
+       "wrong number of arguments (4 for 3)"},
+      {"to_timestamp",
+       {number, number},
+       ErrorKind::argument,
+       "wrong number of arguments (2 for 1)"},
       {"to_frames", {text}, ErrorKind::argument, "wrong number of arguments (1 for 2)"},
-      {"to_frames", {text, number, text, text}, ErrorKind::argument, "wrong number of arguments (4 for 3)"},
+      {"to_frames",
+       {text, number, text, text},
+       ErrorKind::argument,
+       "wrong number of arguments (4 for 3)"},
       {"parse_xmp_from_mov", {}, ErrorKind::argument, "wrong number of arguments (0 for 1)"},
       {"build_speakers_array", {null}, ErrorKind::argument, "wrong number of arguments (1 for 0)"},
       {"build_words_array", {}, ErrorKind::argument, "wrong number of arguments (0 for 1)"},
       {"save_to_text", {number}, ErrorKind::argument, "wrong number of arguments (1 for 2)"},
-      {"to_timecode", {text, number, text}, ErrorKind::type, "argument 1 of to_timecode must be a number, not text"},
-      {"to_timecode", {number, real, text}, ErrorKind::type, "argument 2 of to_timecode must be a whole number, not 1.5"},
+      {"to_timecode",
+       {text, number, text},
+       ErrorKind::type,
+       "argument 1 of to_timecode must be a number, not text"},
+      {"to_timecode",
+       {number, real, text},
+       ErrorKind::type,
+       "argument 2 of to_timecode must be a whole number, not 1.5"},
       {"to_timestamp", {null}, ErrorKind::type, "not null"},
-      {"save_to_text", {number, number}, ErrorKind::type, "argument 2 of save_to_text must be text"},
+      {"save_to_text",
+       {number, number},
+       ErrorKind::type,
+       "argument 2 of save_to_text must be text"},
       {"to_time", {}, ErrorKind::name, "no operation to_time"},
   };
   for (const auto& each : cases) {
@@ -107,7 +125,8 @@ TEST(Operations, CountsAndKindsOfArguments) {
   EXPECT_EQ(std::get<std::string>(module.operations.call("to_timecode", controller, label).data),
             "00:01:00;02");
   const std::vector<Value> frames = {Value{std::string("1:0")}, number, null};  // null: left out
-  EXPECT_EQ(std::get<std::int64_t>(module.operations.call("to_frames", controller, frames).data), 30);
+  EXPECT_EQ(std::get<std::int64_t>(module.operations.call("to_frames", controller, frames).data),
+            30);
 }
 
 TEST(Fields, TakeOnlyTheirKind) {
@@ -130,8 +149,12 @@ TEST(Fields, TakeOnlyTheirKind) {
       {"transcription_xml", text, "3: transcription_xml must be an XML element, not text"},
       {"speakersTableView", {true}, "3: speakersTableView must be a host object, not a boolean"},
       {"speakers_array", {List{{entry}}}, ""},
-      {"speakers_array", {List{{entry}, {nameless}}}, "2: a record of speakers_array lacks \"Name\""},
-      {"speakers_array", {List{{numbered}}}, "3: \"Speaker\" of speakers_array must be text, not a real"},
+      {"speakers_array",
+       {List{{entry}, {nameless}}},
+       "2: a record of speakers_array lacks \"Name\""},
+      {"speakers_array",
+       {List{{numbered}}},
+       "3: \"Speaker\" of speakers_array must be text, not a real"},
       {"speakers_array", {List{text}}, "3: speakers_array must be a record, not text"},
       {"words_array", {entry}, "3: words_array must be a list, not a record"},
       {"no_field", text, "2: the controller has no field no_field"},

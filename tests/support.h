@@ -21,6 +21,9 @@ class FakePlatform : public Platform {
   int tool_status = 0;
   std::map<std::string, std::string> files;
   bool files_can_be_written = true;
+  std::string marked;  // creator and path of the file whose Finder information was set
+  std::string opened;  // command and path
+  bool opening_is_accepted = true;
 
   std::vector<std::string> application_support_directories() override {
     return application_support;
@@ -43,9 +46,24 @@ class FakePlatform : public Platform {
     run.output.grow(tool_output.size());
     return run;
   }
+  ByteBuffer read_file(const std::string& path) override {
+    const auto file = files.find(path);
+    if (file == files.end()) throw system_error("read", path, ENOENT);
+    ByteBuffer bytes;
+    file->second.copy(bytes.room(file->second.size() + 1).data(), file->second.size());
+    bytes.grow(file->second.size());
+    return bytes;
+  }
   void replace_file(const std::string& path, std::string_view bytes) override {
     if (!files_can_be_written) throw system_error("write", path, ENOSPC);
     files[path] = bytes;
+  }
+  void set_finder_info(const std::string& path, std::string_view creator) override {
+    marked = fmt::format("{} {}", creator, path);
+  }
+  bool open_with(const std::string& command, const std::string& path) override {
+    opened = command + " " + path;
+    return opening_is_accepted;
   }
 };
 
@@ -80,8 +98,7 @@ inline std::string packet(const std::string& properties) {
          " <rdf:RDF xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\">\n"
          "  <rdf:Description rdf:about=\"\""
          " xmlns:xmpDM=\"http://ns.adobe.com/xmp/1.0/DynamicMedia/\">\n" +
-         properties +
-         "  </rdf:Description>\n </rdf:RDF>\n</x:xmpmeta>\n<?xpacket end=\"w\"?>";
+         properties + "  </rdf:Description>\n </rdf:RDF>\n</x:xmpmeta>\n<?xpacket end=\"w\"?>";
 }
 
 inline std::string track(const std::string& type, const std::string& time_base,
@@ -89,7 +106,8 @@ inline std::string track(const std::string& type, const std::string& time_base,
   return fmt::format(
       "<xmpDM:Tracks><rdf:Bag><rdf:li rdf:parseType=\"Resource\">\n"
       " <xmpDM:trackType>{}</xmpDM:trackType>\n <xmpDM:frameRate>{}</xmpDM:frameRate>\n"
-      " <xmpDM:markers><rdf:Seq>\n{} </rdf:Seq></xmpDM:markers>\n</rdf:li></rdf:Bag></xmpDM:Tracks>\n",
+      " <xmpDM:markers><rdf:Seq>\n{} "
+      "</rdf:Seq></xmpDM:markers>\n</rdf:li></rdf:Bag></xmpDM:Tracks>\n",
       type, time_base, markers);
 }
 

@@ -2,39 +2,24 @@
 
 #include <fmt/format.h>
 #include <libxml/SAX2.h>
-#include <libxml/parser.h>
-#include <libxml/parserInternals.h>
 
 #include <algorithm>
 #include <cstring>
 #include <new>
 
 #include "core/error.h"
+#include "xml/parser.h"
 
 namespace murmurase::xml {
 namespace {
 
-const char* as_char(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
-const xmlChar* as_xml(const char* text) { return reinterpret_cast<const xmlChar*>(text); }
-
-XmlDocument own(xmlDoc* document) {
-  if (document == nullptr) return nullptr;
-  return {document, xmlFreeDoc};
-}
-
-struct FreeContext {
-  void operator()(xmlParserCtxt* context) const { xmlFreeParserCtxt(context); }
-};
-using Context = std::unique_ptr<xmlParserCtxt, FreeContext>;
-
 // What one parse keeps beside libxml2's own context, which points here with _private.
 struct ValueParse {
-  const void* main_context = nullptr;   // an entity's content is parsed in a context of its own
-  const xmlChar* space = nullptr;       // interned: names compare by address
-  std::vector<const xmlChar*> values;   // interned
-  std::size_t depth_in_value = 0;       // elements open from the outermost value element on
-  const char* limit = nullptr;          // the first limit passed
-  bool memory_ran_out = false;
+  const void* main_context = nullptr;  // an entity's content is parsed in a context of its own
+  const xmlChar* space = nullptr;      // interned: names compare by address
+  std::vector<const xmlChar*> values;  // interned
+  std::size_t depth_in_value = 0;      // elements open from the outermost value element on
+  Limits limits;
 };
 
 ValueParse& state_of(void* context) {
@@ -81,37 +66,6 @@ void entity_declaration(void* context, const xmlChar* name, int type, const xmlC
   }
 }
 
-// A lenient parser passes over what is malformed. But where it gave up on a limit, the document would
-// silently end there; that is an error.
-void note_problem(void* context, xmlErrorPtr problem) {
-  auto* parser = static_cast<xmlParserCtxt*>(context);
-  ValueParse& state = state_of(parser);
-  if (state.limit != nullptr || state.memory_ran_out) return;
-  if (problem->code == XML_ERR_ENTITY_LOOP) {
-    state.limit = "its entities expand without measure";
-  } else if (problem->code == XML_ERR_INTERNAL_ERROR &&
-             parser->nodeNr >= static_cast<int>(xmlParserMaxDepth)) {
-    state.limit = "its elements are nested too deep";
-  } else if (problem->code == XML_ERR_NAME_TOO_LONG) {
-    state.limit = "a name in it is too long";
-  } else if (problem->code == XML_ERR_NO_MEMORY) {
-    const bool huge = problem->message != nullptr && std::strstr(problem->message, "huge") != nullptr;
-    if (huge) state.limit = "a text in it is longer than 10 MB";
-    state.memory_ran_out = !huge;
-  } else {
-    return;
-  }
-  xmlStopParser(parser);
-}
-
-// Gives the parser the next bytes of a view and takes them off it.
-int read_piece(void* view, char* piece, int length) {
-  auto& bytes = *static_cast<std::string_view*>(view);
-  const std::size_t count = bytes.copy(piece, static_cast<std::size_t>(length));
-  bytes.remove_prefix(count);
-  return static_cast<int>(count);
-}
-
 }  // namespace
 
 XmlDocument parse_values(std::string_view bytes, std::span<const char* const> values,
@@ -120,11 +74,7 @@ XmlDocument parse_values(std::string_view bytes, std::span<const char* const> va
     throw Error(ErrorKind::xml, fmt::format("{} cannot be read as XML: {}", what, reason));
   };
   if (bytes.empty()) fail("it is empty");
-  Context context(xmlNewParserCtxt());
-  if (!context) throw std::bad_alloc();
-  xmlCtxtUseOptions(context.get(),
-                    XML_PARSE_RECOVER | XML_PARSE_NONET | XML_PARSE_NOENT | XML_PARSE_COMPACT);
-
+  const Context context = open_parser(bytes, XML_PARSE_NOENT | XML_PARSE_COMPACT);
   ValueParse state;
   state.main_context = context.get();
   state.space = xmlDictLookup(context->dict, as_xml(space), -1);
@@ -139,38 +89,33 @@ XmlDocument parse_values(std::string_view bytes, std::span<const char* const> va
   sax.ignorableWhitespace = characters;
   sax.cdataBlock = cdata;
   sax.entityDecl = entity_declaration;
-  sax.serror = note_problem;
-
-  // Handed over in small pieces; xmlReadMemory would first copy the whole packet.
-  xmlParserInputBuffer* buffer =
-      xmlParserInputBufferCreateIO(read_piece, nullptr, &bytes, XML_CHAR_ENCODING_NONE);
-  if (buffer == nullptr) throw std::bad_alloc();
-  xmlParserInput* input = xmlNewIOInputStream(context.get(), buffer, XML_CHAR_ENCODING_NONE);
-  if (input == nullptr) {
-    xmlFreeParserInputBuffer(buffer);
-    throw std::bad_alloc();
-  }
-  inputPush(context.get(), input);
+  const ProblemChannel channel(note_limits, &state.limits);
   xmlParseDocument(context.get());
 
   const XmlDocument document = own(context->myDoc);
   context->myDoc = nullptr;
-  if (state.memory_ran_out) throw std::bad_alloc();
-  if (state.limit != nullptr) fail(state.limit);
+  if (state.limits.memory_ran_out) throw std::bad_alloc();
+  if (state.limits.passed != nullptr) fail(state.limits.passed);
   if (!document || xmlDocGetRootElement(document.get()) == nullptr) fail("it holds no element");
   return document;
 }
 
 XmlDocument copy(const XmlDocument& document) {
+  Limits limits;
+  const ProblemChannel channel(note_limits, &limits);
   XmlDocument duplicate = own(xmlCopyDoc(document.get(), 1));
-  if (!duplicate) throw std::bad_alloc();
+  if (!duplicate || limits.memory_ran_out) throw std::bad_alloc();
+  duplicate->properties = document->properties;
   return duplicate;
 }
 
 bool is_named(const xmlNode* node, const Name& name) {
-  return node->type == XML_ELEMENT_NODE && node->ns != nullptr &&
-         std::strcmp(as_char(node->name), name.local) == 0 &&
-         std::strcmp(as_char(node->ns->href), name.space) == 0;
+  if (node->type != XML_ELEMENT_NODE || std::strcmp(as_char(node->name), name.local) != 0) {
+    return false;
+  }
+  if (name.space == nullptr || node->ns == nullptr)
+    return name.space == nullptr && node->ns == nullptr;
+  return std::strcmp(as_char(node->ns->href), name.space) == 0;
 }
 
 xmlNode* first_element(const XmlDocument& document) {

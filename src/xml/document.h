@@ -8,30 +8,31 @@
 
 #include "core/value.h"
 
-// A thin layer over libxml2. Nothing here reads from the network or loads an external entity or DTD.
+// A thin layer over libxml2. Nothing here reads from the network or loads an external entity or
+// DTD.
 namespace murmurase::xml {
 
-// An element's name: namespace and local name, zero-terminated.
+// An element's name: namespace, null for none, and local name, zero-terminated.
 struct Name {
   const char* space;
   const char* local;
 };
 
 // Parses a packet leniently: what is malformed is passed over. Character data is kept only inside
-// elements of the names in `values` (which share one namespace); elsewhere, where no look-up can see
-// it, none is built, which spares two fifths of a transcription's nodes. Internal entities are
+// elements of the names in `values` (which share one namespace); elsewhere, where no look-up can
+// see it, none is built, which spares two fifths of a transcription's nodes. Internal entities are
 // replaced by their content. `what` names the packet in errors. Errors: xml when there is no root
-// element, or when a limit that guards against hostile documents (nesting, exploding entities, giant
-// texts) is passed; memory.
+// element, or when a limit that guards against hostile documents (nesting, exploding entities,
+// giant texts) is passed; memory.
 XmlDocument parse_values(std::string_view bytes, std::span<const char* const> values,
                          const char* space, std::string_view what);
 
-// A deep copy. Error: memory.
+// A deep copy, the document type and its entities included. Error: memory.
 XmlDocument copy(const XmlDocument& document);
 
 bool is_named(const xmlNode* node, const Name& name);
 
-// The document's root element.
+// The document's root element; null when it has none.
 xmlNode* first_element(const XmlDocument& document);
 
 // The element after `node` in document order, whatever its depth; null after the last.
