@@ -1,0 +1,171 @@
+"""The command line from outside: what it prints, what it writes, how it fails."""
+
+import json
+import os
+import pathlib
+import subprocess
+import tempfile
+import unittest
+
+SOURCE = pathlib.Path(os.environ["MURMURASE_SOURCE"])
+DATA = SOURCE / "tests/data"
+SAMPLE = str(SOURCE / "assets/sample.mov")
+INTERVIEW = str(DATA / "interview.xmp")
+PLAIN_TOOL = ["--xmp-tool", str(DATA / "print_packet")]
+
+TRANSCRIPT = """  SPEAKER 1
+[01:00:00:00] Hello and welcome
+[01:00:01:06] to the
+
+  BOB
+[01:00:02:15] Thanks Bob
+"""
+
+
+def run(*arguments, **options):
+    return subprocess.run([os.environ["MURMURASE"], *arguments], capture_output=True, text=True,
+                          stdin=subprocess.DEVNULL, **options)
+
+
+class CommandLine(unittest.TestCase):
+    def setUp(self):
+        self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+
+    def tool(self, script):
+        path = self.folder / f"tool{len(os.listdir(self.folder))}"
+        path.write_text("#!/bin/sh\n" + script)
+        path.chmod(0o755)
+        return ["--xmp-tool", str(path)]
+
+    def expect_failure(self, *arguments, status=1, message="", **options):
+        done = run(*arguments, **options)
+        self.assertEqual(done.returncode, status, (arguments, done.stderr))
+        self.assertRegex(done.stderr, r"\Amurmurase: [^\n]+\n\Z", arguments)
+        self.assertIn(message, done.stderr)
+        self.assertEqual(done.stdout, "")
+
+    def expect(self, *arguments):
+        done = run(*arguments)
+        self.assertEqual((done.returncode, done.stderr), (0, ""), arguments)
+        return done.stdout
+
+    def test_sample_movie(self):
+        speakers = json.loads(self.expect("speakers", SAMPLE, "--json"))
+        self.assertGreaterEqual(len(speakers), 2)
+        self.assertEqual(self.expect("speakers", SAMPLE).splitlines(),
+                         [entry["Speaker"] for entry in speakers])
+        data = json.loads(self.expect("phrases", SAMPLE, "--json"))
+        self.assertEqual((data["displayformat"], data["first_frame"]), ("DF", 107892))
+        self.assertAlmostEqual(data["frame_rate"], 29.97, 2)
+        text = self.expect("text", SAMPLE, "-")
+        self.assertTrue(text.startswith("  SPEAKER 1\n[01:00:00;"))
+        self.assertEqual(text.count("\n["), len(data["phrases"]))
+
+    def test_phrases(self):
+        shown = self.expect("phrases", INTERVIEW, "--words", "3", "--name", "Speaker 2=Zoë", *PLAIN_TOOL)
+        self.assertEqual(shown.splitlines(), [
+            "In           Out          Speaker    Words",
+            "01:00:00:00  01:00:00:10  Speaker 1  Hello and welcome",
+            "01:00:01:06  01:00:01:10  Speaker 1  to the",
+            "01:00:02:15  01:00:03:00  Zoë        Thanks Bob"])
+        exact = self.expect("phrases", INTERVIEW, "--words=3", "--json", *PLAIN_TOOL)
+        self.assertEqual(json.loads(exact), {
+            "frame_rate": 25.0, "displayformat": "NDF", "first_frame": 90000,
+            "speakers": [{"Speaker": "Speaker 1", "Name": None}, {"Speaker": "Speaker 2", "Name": None}],
+            "phrases": [
+                {"time_in": 0, "time_out": 0.4, "words": "Hello and welcome", "speaker": "Speaker 1"},
+                {"time_in": 1.25, "time_out": 1.25 + 0.15, "words": "to the", "speaker": "Speaker 1"},
+                {"time_in": 2.6, "time_out": 3.0, "words": "Thanks Bob", "speaker": "Speaker 2"}]})
+
+    def test_a_number_that_json_has_not_is_null(self):
+        packet = pathlib.Path(INTERVIEW).read_text().replace("1/2500", "0/0").replace("timeValue", "x")
+        (self.folder / "p").write_text(packet)
+        data = json.loads(self.expect("phrases", str(self.folder / "p"), "--json", *PLAIN_TOOL))
+        self.assertIsNone(data["frame_rate"])
+        self.expect_failure("text", str(self.folder / "p"), "-", *PLAIN_TOOL, message="frame rate is")
+
+    def test_text_and_names(self):
+        out, names = self.folder / "out.txt", self.folder / "names.json"
+        command = ["text", INTERVIEW, str(out), "--words", "3", *PLAIN_TOOL]
+        self.assertEqual(self.expect(*command, "--name", "Speaker 2=Bob"), "")
+        self.assertEqual(out.read_text(), TRANSCRIPT)
+        entries = json.loads(self.expect("speakers", INTERVIEW, "--json", *PLAIN_TOOL))
+        entries[1]["Name"] = "A=b"
+        names.write_text(json.dumps(entries))
+        self.expect(*command, "--names", str(names))
+        self.assertEqual(out.read_text(), TRANSCRIPT.replace("BOB", "A=B"))
+        self.expect(*command, "--names", str(names), "--name", "Speaker 2=Bob")  # the word has the last say
+        self.assertEqual(out.read_text(), TRANSCRIPT)
+        self.assertEqual(self.expect("text", INTERVIEW, "-", "--words=3", "--name=Speaker 2=Bob",
+                                     *PLAIN_TOOL), TRANSCRIPT)
+
+    def test_failures_leave_the_output_alone(self):
+        out = self.folder / "out.txt"
+        empty = pathlib.Path(INTERVIEW).read_text().replace(">Speech<", ">Comment<")
+        (self.folder / "silent.xmp").write_text(empty)
+        silent = str(self.folder / "silent.xmp")
+        (self.folder / "bad.json").write_text('[{"Speaker": 1}]')
+        cases = [
+            ([INTERVIEW, *self.tool("echo '<x/>'; echo why >&2; exit 1")], "why"),
+            ([INTERVIEW, *self.tool("kill -9 $$")], "Killed"),
+            ([INTERVIEW, *self.tool("exit 7")], "without saying why"),
+            ([INTERVIEW, *self.tool("echo no packet")], "XML"),
+            ([INTERVIEW, "--xmp-tool", "/none/tool"], "/none/tool"),
+            ([str(self.folder / "new\nline.mov")], "new\\nline.mov"),
+            ([silent, *PLAIN_TOOL], "no speech transcription"),
+            ([INTERVIEW, *PLAIN_TOOL, "--name", "Bob=B"], '"Bob" to name; its speakers are "Speaker 1", "Speaker 2"'),
+            ([INTERVIEW, *PLAIN_TOOL, "--names", "/none"], "/none cannot be opened"),
+            ([INTERVIEW, *PLAIN_TOOL, "--names", str(self.folder / "bad.json")], "speakers --json"),
+        ]
+        for arguments, message in cases:
+            for command in (["speakers"], ["phrases"], ["text"]):
+                target = [str(out)] if command == ["text"] else []
+                self.expect_failure(*command, arguments[0], *target, *arguments[1:], message=message)
+                self.assertFalse(out.exists())
+        out.write_text("old")
+        self.expect_failure("text", silent, str(out), *PLAIN_TOOL)
+        self.assertEqual(out.read_text(), "old")
+        for target in ("/none/out", str(self.folder), "/dev/full"):
+            self.expect_failure("text", INTERVIEW, target, *PLAIN_TOOL, message=target)
+        with open("/dev/full", "w") as full:
+            done = subprocess.run([os.environ["MURMURASE"], "speakers", INTERVIEW, *PLAIN_TOOL],
+                                  stdout=full, stderr=subprocess.PIPE, text=True)
+        self.assertEqual((done.returncode, done.stderr),
+                         (1, f"murmurase: {INTERVIEW}: cannot write standard output: No space left on device\n"))
+
+    def test_wrong_usage(self):
+        for arguments in ([], ["speak", "x"], ["text", INTERVIEW], ["speakers"],
+                          ["phrases", INTERVIEW, "--words", "0"], ["phrases", INTERVIEW, "--words", "x"],
+                          ["phrases", INTERVIEW, "--words", "1.5"], ["phrases", INTERVIEW, "--name", "x"],
+                          ["speakers", INTERVIEW, "--other"], ["timecode", "label", "1"],
+                          ["timecode", "label", "x", "--rate", "25"], ["timecode", "label", "1", "--rate", "0"]):
+            self.expect_failure(*arguments, status=2)
+
+    def test_timecode(self):
+        for arguments, printed in [
+                (["label", "107892", "--rate", "29.97", "--drop-frame"], "01:00:00;00"),
+                (["label", "1234.5", "--rate", "25"], "00:00:49:10"),
+                (["frames", "01:00:00;00", "--rate", "29.97", "--drop-frame"], "107892"),
+                (["frames", "01:00:00;00", "--rate", "30"], "108000"),
+                (["clock", "3725.5"], "01:02:06")]:
+            self.assertEqual(self.expect("timecode", *arguments), printed + "\n")
+
+    def test_help_and_version(self):
+        self.assertRegex(self.expect("--version"), r"\Amurmurase \d+\.\d+\.\d+\n\Z")
+        for arguments in ([], ["speakers"], ["phrases"], ["text"], ["timecode", "label"]):
+            self.assertIn("Example", self.expect(*arguments, "--help"))
+
+    def test_start_up_failure_and_a_home_without_anything(self):
+        (self.folder / "data").mkdir()
+        (self.folder / "data/Fernwork").write_text("")
+        self.expect_failure("speakers", INTERVIEW, *PLAIN_TOOL, message="Fernwork",
+                            env={**os.environ, "XDG_DATA_HOME": str(self.folder / "data")})
+        fresh = {key: value for key, value in os.environ.items() if key != "XDG_DATA_HOME"}
+        for home in (str(self.folder / "home"), "/dev/null", ""):
+            done = run("speakers", INTERVIEW, *PLAIN_TOOL, env={**fresh, "HOME": home})
+            self.assertEqual((done.returncode, done.stderr), (0, ""), home)
+        self.assertTrue((self.folder / "home/.local/share/Fernwork").is_dir())
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -203,7 +203,7 @@ TEST(MovieReader, ExternalEntitiesAreNotLoaded) {
   ASSERT_NE(file, nullptr);
   std::fputs("<xmpDM:speaker>secret</xmpDM:speaker>", file);
   std::fclose(file);
-  for (const std::string declaration :
+  for (const std::string& declaration :
        {"<!DOCTYPE x [<!ENTITY e SYSTEM '" + secret + "'>]>",
         "<!DOCTYPE x [<!ENTITY % p SYSTEM '" + secret + "'> %p;]>",
         "<!DOCTYPE x SYSTEM '" + secret + "'>"}) {

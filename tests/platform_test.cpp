@@ -51,8 +51,8 @@ class PlatformTest : public testing::Test {
 
 TEST_F(PlatformTest, PathsArriveAsOneArgument) {
   const std::string printer = tool("printf '<%s>' \"$@\"");
-  for (const std::string movie :
-       {"/Movies/Take 1.mov", "-x", "", "a\"b$HOME`id`\\\\$(id)!*?'c;d|e&f>g\n\n\th#~", "\xFF\xC3",
+  for (const std::string& movie :
+       std::initializer_list<std::string>{"/Movies/Take 1.mov", "-x", "", "a\"b$HOME`id`\\\\$(id)!*?'c;d|e&f>g\n\n\th#~", "\xFF\xC3",
         "trailing\\"}) {
     const ToolRun run = platform_.run_xmp_tool(printer, movie);
     EXPECT_EQ(run.output.view(), "<get><" + movie + ">");
@@ -167,7 +167,7 @@ TEST_F(PlatformTest, ApplicationSupport) {
     set("HOME", each.home);
     const std::vector<std::string> found = platform_.application_support_directories();
     EXPECT_EQ(found.empty() ? "" : found.front(), each.directory);
-    if (!found.empty()) EXPECT_TRUE(platform_.is_directory(platform_.expand_tilde(found.front())));
+    EXPECT_TRUE(found.empty() || platform_.is_directory(platform_.expand_tilde(found.front())));
   }
   EXPECT_FALSE(platform_.is_directory(plain));
   EXPECT_THROW(platform_.create_directory(path("a/b")), Error);
