@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "readers/line_repair.h"
 #include "support.h"
 #include "xml/edit.h"
@@ -150,6 +147,16 @@ TEST(ClipReader, Roads) {
     EXPECT_EQ(clip.written, with_declaration(each.written)) << printable(each.bytes);
     EXPECT_EQ(clip.clip.name, "xmeml");
   }
+}
+
+TEST(ClipReader, LinesFarDown) {
+  std::string bytes = "<xmeml>\n";
+  for (int line = 2; line < 200000; ++line) {
+    bytes += line == 65535 || line == 65536 || line == 150000 ? "<a>R & D</a>\n" : "<a>&lt;</a>\n";
+  }
+  const Read clip = read(bytes + "</xmeml>\n");
+  EXPECT_EQ(clip.repair, "lines 65535 65536 150000");
+  EXPECT_EQ(clip.written.find("&amp;lt;"), std::string::npos);
 }
 
 TEST(ClipReader, WhatIsWrittenKeepsAllOfTheClip) {

@@ -13,7 +13,8 @@ namespace {
 
 std::string scale(const std::string& text) {
   return "<xmpDM:duration rdf:parseType=\"Resource\">\n <xmpDM:value>1</xmpDM:value>\n"
-         " <xmpDM:scale>" + text + "</xmpDM:scale>\n</xmpDM:duration>\n";
+         " <xmpDM:scale>" +
+         text + "</xmpDM:scale>\n</xmpDM:duration>\n";
 }
 
 std::string start(const std::string& timecode) {
@@ -32,10 +33,10 @@ TEST(MovieReader, FrameRates) {
   const struct {
     const char* scale;
     double rate;
-  } cases[] = {{"1/2997", 29.97},  {"1/2500", 25.0},      {"1/25", 25.0}, {"1/30", 30.0},
-               {"2997", 0.0},      {"1001/30000", 29.97002997002997},
+  } cases[] = {{"1/2997", 29.97},  {"1/2500", 25.0},       {"1/25", 25.0},
+               {"1/30", 30.0},     {"2997", 0.0},          {"1001/30000", 29.97002997002997},
                {"1/2_400", 24.0},  {" 1 / 2400 /7", 24.0}, {"1//2400", 0.0},
-               {"0/25", INFINITY}, {"1e0/2.5e3x", 25.0},  {"&#49;/<![CDATA[25]]>00", 25.0}};
+               {"0/25", INFINITY}, {"1e0/2.5e3x", 25.0},   {"&#49;/<![CDATA[25]]>00", 25.0}};
   for (const auto& each : cases) {
     Desk desk;
     read(desk, packet(scale(each.scale)));
@@ -51,8 +52,10 @@ TEST(MovieReader, StartTimecodes) {
     const char* timecode;
     const char* format;
     double frames;
-  } cases[] = {{"01:00:00;00", "DF", 107892}, {"00:59:58;18", "DF", 107850},
-               {"10:00:00:00", "NDF", 1080000}, {"", "NDF", 0}};
+  } cases[] = {{"01:00:00;00", "DF", 107892},
+               {"00:59:58;18", "DF", 107850},
+               {"10:00:00:00", "NDF", 1080000},
+               {"", "NDF", 0}};
   for (const auto& each : cases) {
     Desk desk;
     read(desk, packet(scale("1/2997") + start(each.timecode)));
@@ -86,10 +89,14 @@ TEST(MovieReader, WhatAReadChanges) {
 
 TEST(MovieReader, FailuresLeaveTheFieldsBeforeThem) {
   const std::string words = speech({{"Hello", "0", "1", "A"}});
-  for (const char* nothing : {"", "no packet here", "\x7F" "ELF", "<!-- -->"}) {
+  for (const char* nothing : {"", "no packet here",
+                              "\x7F"
+                              "ELF",
+                              "<!-- -->"}) {
     Desk desk;
     read(desk, packet(scale("1/2500") + words));
-    EXPECT_TRUE(is_error(error_of([&] { read(desk, nothing); }), ErrorKind::xml, "a.mov")) << nothing;
+    EXPECT_TRUE(is_error(error_of([&] { read(desk, nothing); }), ErrorKind::xml, "a.mov"))
+        << nothing;
     EXPECT_TRUE(desk.controller.transcription_xml);
     EXPECT_EQ(desk.controller.frame_rate, 25.0);
   }
@@ -148,8 +155,9 @@ TEST(MovieReader, TextsToTheLetter) {
 TEST(MovieReader, Encodings) {
   const std::string words = packet(speech({{"a", "0", "1", "\xE9t\xE9"}}));
   const std::size_t declaration = words.find("<x:xmpmeta");
-  EXPECT_EQ(first_speaker("<?xml version='1.0' encoding='ISO-8859-1'?>" + words.substr(declaration)),
-            "été");
+  EXPECT_EQ(
+      first_speaker("<?xml version='1.0' encoding='ISO-8859-1'?>" + words.substr(declaration)),
+      "été");
   const std::string ascii = packet(speech({{"a", "0", "1", "Anna"}})).substr(declaration);
   std::string utf16 = "\xFF\xFE";
   for (const char c : ascii) utf16.append({c, '\0'});
@@ -167,7 +175,8 @@ TEST(MovieReader, CutAtEveryByte) {
       EXPECT_LE(desk.controller.first_frame.value_or(0), 10) << length;
     } else {
       EXPECT_TRUE(is_error(error, ErrorKind::xml, "a.mov") ||
-                  is_error(error, ErrorKind::missing_value, "frame_rate")) << length << error;
+                  is_error(error, ErrorKind::missing_value, "frame_rate"))
+          << length << error;
     }
   }
 }
@@ -187,12 +196,14 @@ TEST(MovieReader, HostileDocumentsEndInAnError) {
   const struct {
     std::string document;
     const char* reason;
-  } cases[] = {{document, "expand without measure"},
-               {packet(deep), "nested too deep"},
-               {packet(speech({{std::string(11'000'000, 'x'), "0", "1", "A"}})), "longer than 10 MB"}};
+  } cases[] = {
+      {document, "expand without measure"},
+      {packet(deep), "nested too deep"},
+      {packet(speech({{std::string(11'000'000, 'x'), "0", "1", "A"}})), "longer than 10 MB"}};
   for (const auto& each : cases) {
     Desk desk;
-    EXPECT_TRUE(is_error(error_of([&] { read(desk, each.document); }), ErrorKind::xml, each.reason));
+    EXPECT_TRUE(
+        is_error(error_of([&] { read(desk, each.document); }), ErrorKind::xml, each.reason));
     EXPECT_FALSE(desk.controller.displayformat);
   }
 }
@@ -203,15 +214,23 @@ TEST(MovieReader, ExternalEntitiesAreNotLoaded) {
   ASSERT_NE(file, nullptr);
   std::fputs("<xmpDM:speaker>secret</xmpDM:speaker>", file);
   std::fclose(file);
-  for (const std::string& declaration :
-       {"<!DOCTYPE x [<!ENTITY e SYSTEM '" + secret + "'>]>",
-        "<!DOCTYPE x [<!ENTITY % p SYSTEM '" + secret + "'> %p;]>",
-        "<!DOCTYPE x SYSTEM '" + secret + "'>"}) {
+  for (const std::string& declaration : {"<!DOCTYPE x [<!ENTITY e SYSTEM '" + secret + "'>]>",
+                                         "<!DOCTYPE x [<!ENTITY % p SYSTEM '" + secret + "'> %p;]>",
+                                         "<!DOCTYPE x SYSTEM '" + secret + "'>"}) {
     std::string document = packet(speech({{"w", "0", "1", "&e;A"}}));
     document.insert(document.find("<x:xmpmeta"), declaration);
     EXPECT_EQ(first_speaker(document), "A") << declaration;
   }
   std::remove(secret.c_str());
+}
+
+TEST(MovieReader, NothingIsPrinted) {
+  Desk desk;
+  desk.platform.tool_output =
+      "<?xml version=\"1.0\" encoding=\"EUC-JP\"?>\n<a>\n<b>\xFF\xFF</b></a>";
+  testing::internal::CaptureStderr();
+  parse_xmp_from_mov(desk.controller, "a.mov");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 }  // namespace

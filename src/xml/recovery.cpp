@@ -41,7 +41,8 @@ Recovery recover(std::string_view bytes, Blanks blanks) {
   Recovery recovery;
   Problems problems{recovery, {}};
   const ProblemChannel channel(note_problem, &problems);
-  const Context context = open_parser(bytes, blanks == Blanks::drop ? XML_PARSE_NOBLANKS : 0);
+  const int options = blanks == Blanks::drop ? XML_PARSE_NOBLANKS : 0;
+  const Context context = open_parser(bytes, options | XML_PARSE_COMPACT);
   xmlParseDocument(context.get());
   recovery.document = own(context->myDoc);
   context->myDoc = nullptr;
