@@ -60,16 +60,12 @@ murmurase_error* guarded(const Call& call) noexcept {
   }
 }
 
-murmurase_value* as_handle(Value* value) {
-  return reinterpret_cast<murmurase_value*>(value);
-}
+murmurase_value* as_handle(Value* value) { return reinterpret_cast<murmurase_value*>(value); }
 const murmurase_value* as_handle(const Value* value) {
   return reinterpret_cast<const murmurase_value*>(value);
 }
 
-bool is_null(const Value& value) {
-  return std::holds_alternative<std::monostate>(value.data);
-}
+bool is_null(const Value& value) { return std::holds_alternative<std::monostate>(value.data); }
 
 // The value behind a handle; the null value for NULL.
 const Value& as_value(const murmurase_value* handle) {
@@ -90,7 +86,10 @@ T& checked(T* pointer, const char* what) {
 }
 
 murmurase_error* make(Value value, murmurase_value** result) {
-  return guarded([&] { checked(result, "the result") = give(std::move(value)); });
+  return guarded([&] {
+    murmurase_value*& target = checked(result, "the result");
+    target = give(std::move(value));
+  });
 }
 
 template <typename T>
@@ -181,13 +180,9 @@ struct murmurase_controller {
   murmurase::Controller controller;
 };
 
-int murmurase_interface_version(void) {
-  return MURMURASE_INTERFACE_VERSION;
-}
+int murmurase_interface_version(void) { return MURMURASE_INTERFACE_VERSION; }
 
-const char* murmurase_version(void) {
-  return MURMURASE_RELEASE;
-}
+const char* murmurase_version(void) { return MURMURASE_RELEASE; }
 
 murmurase_error_kind murmurase_error_get_kind(const murmurase_error* error) {
   return error == nullptr ? MURMURASE_ERROR_ARGUMENT : error->kind;
@@ -235,8 +230,10 @@ murmurase_error* murmurase_new_real(double real, murmurase_value** result) {
 
 murmurase_error* murmurase_new_text(const char* text, size_t length, murmurase_value** result) {
   return guarded([&] {
+    murmurase_value*& target = checked(result, "the result");
     if (length > 0) checked(text, "the text");
-    checked(result, "the result") = give({length > 0 ? std::string(text, length) : std::string()});
+    if (length > std::string().max_size()) throw std::bad_alloc();
+    target = give({length > 0 ? std::string(text, length) : std::string()});
   });
 }
 
@@ -244,21 +241,18 @@ murmurase_error* murmurase_new_host_object(void* object, murmurase_value** resul
   return make({HostObject{object}}, result);
 }
 
-murmurase_error* murmurase_new_list(murmurase_value** result) {
-  return make({List{}}, result);
-}
+murmurase_error* murmurase_new_list(murmurase_value** result) { return make({List{}}, result); }
 
-murmurase_error* murmurase_new_record(murmurase_value** result) {
-  return make({Record{}}, result);
-}
+murmurase_error* murmurase_new_record(murmurase_value** result) { return make({Record{}}, result); }
 
 murmurase_error* murmurase_value_copy(const murmurase_value* value, murmurase_value** result) {
-  return guarded([&] { checked(result, "the result") = give(as_value(value)); });
+  return guarded([&] {
+    murmurase_value*& target = checked(result, "the result");
+    target = give(as_value(value));
+  });
 }
 
-void murmurase_value_free(murmurase_value* value) {
-  delete reinterpret_cast<Value*>(value);
-}
+void murmurase_value_free(murmurase_value* value) { delete reinterpret_cast<Value*>(value); }
 
 murmurase_kind murmurase_value_kind(const murmurase_value* value) {
   static constexpr murmurase_kind kinds[] = {
@@ -375,19 +369,19 @@ murmurase_error* murmurase_controller_new(const murmurase_host* host,
                                           murmurase_controller** result) {
   return guarded([&] {
     const murmurase_host& callbacks = checked(host, "the host");
-    checked(result, "the result") = new murmurase_controller(callbacks);
+    murmurase_controller*& target = checked(result, "the result");
+    target = new murmurase_controller(callbacks);
   });
 }
 
-void murmurase_controller_free(murmurase_controller* controller) {
-  delete controller;
-}
+void murmurase_controller_free(murmurase_controller* controller) { delete controller; }
 
 murmurase_error* murmurase_get(const murmurase_controller* controller, const char* field,
                                murmurase_value** result) {
   return guarded([&] {
-    checked(result, "the result") = give(murmurase::get_field(
-        checked(controller, "the controller").controller, &checked(field, "the field's name")));
+    murmurase_value*& target = checked(result, "the result");
+    target = give(murmurase::get_field(checked(controller, "the controller").controller,
+                                       &checked(field, "the field's name")));
   });
 }
 

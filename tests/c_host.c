@@ -7,15 +7,16 @@
 
 #include "murmurase/murmurase.h"
 
-#define FUNCTIONS(F)                                                                            \
-  F(call) F(controller_free) F(controller_new) F(document_repair) F(error_free)                 \
-  F(error_get_kind) F(error_message)                                                            \
-  F(error_number) F(get) F(get_boolean) F(get_host_object) F(get_integer) F(get_real)           \
-  F(get_text) F(interface_version) F(list_append) F(list_get) F(list_set) F(new_boolean)        \
-  F(new_host_object) F(new_integer) F(new_list) F(new_real) F(new_record) F(new_text)           \
-  F(record_get) F(record_key) F(record_set) F(set) F(set_host_ui_active)                        \
-  F(set_open_command) F(size)                                                                   \
-  F(startup_error) F(value_copy) F(value_free) F(value_kind) F(version)
+#define FUNCTIONS(F)                                                                             \
+  F(call)                                                                                        \
+  F(controller_free)                                                                             \
+  F(controller_new) F(document_repair) F(set_open_command) F(error_free) F(error_get_kind)       \
+      F(error_message) F(error_number) F(get) F(get_boolean) F(get_host_object) F(get_integer)   \
+          F(get_real) F(get_text) F(interface_version) F(list_append) F(list_get) F(list_set)    \
+              F(new_boolean) F(new_host_object) F(new_integer) F(new_list) F(new_real)           \
+                  F(new_record) F(new_text) F(record_get) F(record_key) F(record_set) F(set)     \
+                      F(set_host_ui_active) F(size) F(startup_error) F(value_copy) F(value_free) \
+                          F(value_kind) F(version)
 
 static struct {
 #define DECLARE(name) __typeof__(&murmurase_##name) name;
@@ -24,12 +25,12 @@ static struct {
 
 static int failures = 0;
 
-#define EXPECT(condition)                                              \
-  do {                                                                 \
-    if (!(condition)) {                                                \
+#define EXPECT(condition)                                                   \
+  do {                                                                      \
+    if (!(condition)) {                                                     \
       fprintf(stderr, "line %d: %s does not hold\n", __LINE__, #condition); \
-      ++failures;                                                      \
-    }                                                                  \
+      ++failures;                                                           \
+    }                                                                       \
   } while (0)
 
 /* Whether the call succeeded; frees its error after telling it. */
@@ -177,8 +178,10 @@ static void road(murmurase_controller* controller, const char* data, void* table
 static void clip_road(murmurase_controller* controller) {
   FILE* file = fopen("c_host.xml", "w");
   if (file == NULL) abort();
-  fputs("<xmeml version='5'>\n<clip><name>R & D</name>\n<rate><timebase>25</timebase></rate>"
-        "<updatebehavior/></clip>\n</xmeml>\n", file);
+  fputs(
+      "<xmeml version='5'>\n<clip><name>R & D</name>\n<rate><timebase>25</timebase></rate>"
+      "<updatebehavior/></clip>\n</xmeml>\n",
+      file);
   fclose(file);
   murmurase_value* clip = NULL;
   murmurase_value* value = NULL;
@@ -251,6 +254,7 @@ static void misuse(murmurase_controller* controller, const murmurase_host* host)
   EXPECT(kind(m.call(controller, "\xFF\n", NULL, 0, NULL)) == MURMURASE_ERROR_NAME);
   EXPECT(kind(m.new_text(NULL, 1, &value)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.new_real(1, NULL)) == MURMURASE_ERROR_ARGUMENT);
+  EXPECT(kind(m.new_text("x", SIZE_MAX / 2 + 1, &value)) == MURMURASE_ERROR_MEMORY);
   EXPECT(kind(m.get_boolean(list, &boolean)) == MURMURASE_ERROR_TYPE);
   EXPECT(kind(m.get_integer(NULL, &number)) == MURMURASE_ERROR_TYPE);
   EXPECT(kind(m.get_boolean(value, NULL)) == MURMURASE_ERROR_ARGUMENT);

@@ -110,9 +110,7 @@ Read read(const std::string& bytes) {
   return result;
 }
 
-std::string with_declaration(const std::string& text) {
-  return "<?xml version=\"1.0\"?>\n" + text;
-}
+std::string with_declaration(const std::string& text) { return "<?xml version=\"1.0\"?>\n" + text; }
 
 TEST(ClipReader, Roads) {
   const struct {

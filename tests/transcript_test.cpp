@@ -11,10 +11,10 @@
 namespace murmurase::test {
 namespace {
 
-const std::vector<Word> example = {
-    {"Hello", "0", "400", "A"},   {"and", "450", "200", "A"}, {"welcome", "700", "500", "A"},
-    {"to", "1250", "150", "A"},   {"the", "1450", "100", "A"}, {"Thanks", "2600", "400", "B"},
-    {"Bob", "3100", "300", "B"}};
+const std::vector<Word> example = {{"Hello", "0", "400", "A"},     {"and", "450", "200", "A"},
+                                   {"welcome", "700", "500", "A"}, {"to", "1250", "150", "A"},
+                                   {"the", "1450", "100", "A"},    {"Thanks", "2600", "400", "B"},
+                                   {"Bob", "3100", "300", "B"}};
 
 void load(Desk& desk, const std::string& properties) {
   desk.platform.tool_output = packet(properties);
@@ -25,7 +25,8 @@ void load(Desk& desk, const std::string& properties) {
 std::string shown(const std::vector<WordGroup>& phrases) {
   std::string text;
   for (const WordGroup& phrase : phrases) {
-    text += fmt::format("{} {} {}-{}|", phrase.speaker, phrase.words, phrase.time_in, phrase.time_out);
+    text +=
+        fmt::format("{} {} {}-{}|", phrase.speaker, phrase.words, phrase.time_in, phrase.time_out);
   }
   return text;
 }
@@ -38,8 +39,13 @@ std::string speakers_of(const Desk& desk) {
 
 TEST(Speakers, InOrderOfFirstOccurrence) {
   Desk desk;
-  load(desk, speech({{"", "", "", "A"}, {"", "", "", "B"}, {"", "", "", "A"}, {"", "", "", "C"},
-                     {"", "", "", "a"}, {"", "", "", "A "}, {"", "", "", "B"}}) +
+  load(desk, speech({{"", "", "", "A"},
+                     {"", "", "", "B"},
+                     {"", "", "", "A"},
+                     {"", "", "", "C"},
+                     {"", "", "", "a"},
+                     {"", "", "", "A "},
+                     {"", "", "", "B"}}) +
                  "<xmpDM:speaker>outside</xmpDM:speaker>");
   EXPECT_EQ(speakers_of(desk), "A|B|C|a|A |outside|");
 
@@ -77,7 +83,9 @@ TEST(Grouping, Phrases) {
       {run("ABA"), "f1000", 100, "A w 0-0|B w 0-0|A w 0-0|"},
       {run("AAB"), "f1000", 1, "A w 0-0|A w 0-0|B w 0-0|"},
       {run("AB"), "f1000", 0, "A w 0-0|B w 0-0|"},
-      {{{"caf\xEF\xBF\xBD\x65", "1500", "250", "A"}, {"\xEF\xBF\xBD", "9", "9", "A"}}, "f1000", 100,
+      {{{"caf\xEF\xBF\xBD\x65", "1500", "250", "A"}, {"\xEF\xBF\xBD", "9", "9", "A"}},
+       "f1000",
+       100,
        "A cafe  1.5-1.75|"},
       {{{" x ", "135000", "", "A"}}, "f90000", 100, "A  x  1.5-1.5|"},
       {{{"", "x", "1e3", "A"}}, " +f1000s1", 100, "A  0-1|"},
@@ -91,8 +99,11 @@ TEST(Grouping, Phrases) {
 }
 
 TEST(Grouping, Failures) {
-  const std::string marker = "<rdf:li rdf:parseType=\"Resource\"><xmpDM:name>w</xmpDM:name>{}</rdf:li>";
-  const auto markers = [&](const char* rest) { return track("Speech", "f1000", fmt::format(fmt::runtime(marker), rest)); };
+  const std::string marker =
+      "<rdf:li rdf:parseType=\"Resource\"><xmpDM:name>w</xmpDM:name>{}</rdf:li>";
+  const auto markers = [&](const char* rest) {
+    return track("Speech", "f1000", fmt::format(fmt::runtime(marker), rest));
+  };
   const struct {
     std::string properties;
     std::int64_t grouping;
@@ -100,13 +111,14 @@ TEST(Grouping, Failures) {
     const char* message;
   } cases[] = {
       {speech({}), 100, ErrorKind::missing_value, "names no speakers"},
-      {speech({{"a", "0", "0", "A"}, {"b", "0", "0", "A"}}), 0, ErrorKind::zero_division, "0 words"},
+      {speech({{"a", "0", "0", "A"}, {"b", "0", "0", "A"}}), 0, ErrorKind::zero_division,
+       "0 words"},
       {speech(example, "f25"), 100, ErrorKind::range, "\"f25\""},
       {speech(example, "f30000s1001"), 100, ErrorKind::range, "\"f30000s1001\""},
       {speech(example, "f0"), 100, ErrorKind::range, "\"f0\""},
       {speech(example, "f-1000"), 100, ErrorKind::range, "\"f-1000\""},
-      {"<xmpDM:Tracks><xmpDM:trackType>Speech</xmpDM:trackType><xmpDM:speaker/></xmpDM:Tracks>", 100,
-       ErrorKind::missing_value, "frameRate"},
+      {"<xmpDM:Tracks><xmpDM:trackType>Speech</xmpDM:trackType><xmpDM:speaker/></xmpDM:Tracks>",
+       100, ErrorKind::missing_value, "frameRate"},
       {markers("<xmpDM:duration/><xmpDM:speaker/>"), 100, ErrorKind::missing_value, "startTime"},
       {markers("<xmpDM:startTime/><xmpDM:speaker/>"), 100, ErrorKind::missing_value, "duration"},
       {speech(example) + markers("<xmpDM:startTime/><xmpDM:duration/>"), 100,
@@ -115,8 +127,7 @@ TEST(Grouping, Failures) {
   for (const auto& each : cases) {
     Desk desk;
     load(desk, each.properties);
-    const std::string error =
-        error_of([&] { build_words_array(desk.controller, each.grouping); });
+    const std::string error = error_of([&] { build_words_array(desk.controller, each.grouping); });
     EXPECT_TRUE(is_error(error, each.kind, each.message)) << error;
     EXPECT_TRUE(desk.controller.words_array);
   }
@@ -137,7 +148,8 @@ TEST(TextTranscript, Text) {
   std::vector<Word> words = example;
   words.push_back({"José", "3500", "1", "A"});
   const std::string clock =
-      "  SPEAKER ß\n[00:00:00] Hello and welcome\n[00:00:01] to the\n\n  ANNA\n[00:00:03] Thanks Bob\n"
+      "  SPEAKER ß\n[00:00:00] Hello and welcome\n[00:00:01] to the\n\n  ANNA\n[00:00:03] Thanks "
+      "Bob\n"
       "\n  SPEAKER ß\n[00:00:04] José\n";
   Desk desk;
   for (Word& word : words) word.speaker = word.speaker == "A" ? "Speaker ß" : "Speaker 2";
@@ -159,7 +171,8 @@ TEST(TextTranscript, Text) {
 // The first heading is the first entry of the list, even where another speaker speaks first.
 TEST(TextTranscript, FirstHeading) {
   Desk desk;
-  load(desk, "<xmpDM:speaker>Z</xmpDM:speaker>" + speech({{"a", "0", "1", "A"}, {"z", "0", "1", "Z"}}));
+  load(desk,
+       "<xmpDM:speaker>Z</xmpDM:speaker>" + speech({{"a", "0", "1", "A"}, {"z", "0", "1", "Z"}}));
   save_to_text(desk.controller, 100, "out.txt");
   EXPECT_EQ(desk.platform.files["out.txt"], "  Z\n[00:00:00] a\n[00:00:00] z\n");
 }
@@ -182,7 +195,8 @@ TEST(TextTranscript, FailuresWriteNothing) {
   load(desk, speech(example));
   for (const double rate : {static_cast<double>(INFINITY), static_cast<double>(NAN), 0.0}) {
     desk.controller.frame_rate = rate;
-    EXPECT_TRUE(is_error(failing(desk), rate == 0.0 ? ErrorKind::zero_division : ErrorKind::range, ""));
+    EXPECT_TRUE(
+        is_error(failing(desk), rate == 0.0 ? ErrorKind::zero_division : ErrorKind::range, ""));
   }
   desk.controller.frame_rate = 25.0;
   desk.controller.first_frame.reset();

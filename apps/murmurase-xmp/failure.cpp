@@ -56,6 +56,4 @@ std::string escaped(std::string_view text) {
   return shown;
 }
 
-std::string in_quotes(std::string_view text) {
-  return '"' + escaped(text) + '"';
-}
+std::string in_quotes(std::string_view text) { return '"' + escaped(text) + '"'; }

@@ -12,6 +12,9 @@ struct Failure : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// What to do about a file that is not whole.
+inline constexpr std::string_view kCopyAgain = "copy it from its source again";
+
 /// Throws a Failure of the formatted text.
 template <typename... Arguments>
 [[noreturn]] void fail(fmt::format_string<Arguments...> format, Arguments&&... arguments) {

@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "failure.h"
@@ -69,8 +70,11 @@ void report(std::string_view failure) {
 
 void get(const std::string& movie, bool raw) {
   const Library library;
-  const Packet packet = find_packet(movie);
-  print(raw ? packet.bytes() : view(as_elements(packet)));
+  Packet packet = find_packet(movie);
+  if (raw)
+    print(packet.bytes);
+  else
+    print(view(as_elements(std::move(packet))));
 }
 
 /// The arguments in the order that CLI11 wants, last first. A movie whose name begins with a dash

@@ -9,9 +9,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <system_error>
+#include <utility>
 #include <vector>
 
+#include "boxes.h"
 #include "failure.h"
 
 namespace fs = std::filesystem;
@@ -31,9 +34,7 @@ using File = std::unique_ptr<std::FILE, FileClose>;
 using XmpFile = std::unique_ptr<_XmpFile, XmpFileFree>;
 using Xmp = std::unique_ptr<_Xmp, XmpFree>;
 
-std::string quoted_name(const fs::path& path) {
-  return in_quotes(path.native());
-}
+std::string quoted_name(const fs::path& path) { return in_quotes(path.native()); }
 
 [[noreturn]] void fail_to_read(const fs::path& path, const std::error_code& error) {
   const bool denied = error == std::errc::permission_denied;
@@ -55,52 +56,23 @@ File open_file(const fs::path& path, std::uintmax_t& size) {
   if (!file) fail_to_read(path, {errno, std::generic_category()});
   size = fs::file_size(path, error);
   if (error) fail_to_read(path, error);
-  if (size == 0)
-    fail("cannot read {}: it is empty; copy it from its source again", quoted_name(path));
+  if (size == 0) fail("cannot read {}: it is empty; {}", quoted_name(path), kCopyAgain);
   return file;
+}
+
+std::string read_bytes(const fs::path& path, std::FILE* file, Extent extent) {
+  std::string bytes(extent.length, '\0');
+  errno = EIO;  // What a file that has just become shorter comes to.
+  if (fseeko(file, static_cast<off_t>(extent.offset), SEEK_SET) != 0 ||
+      std::fread(bytes.data(), 1, bytes.size(), file) != bytes.size())
+    fail_to_read(path, {errno, std::generic_category()});
+  return bytes;
 }
 
 Packet read_sidecar(const fs::path& path) {
   std::uintmax_t size = 0;
   const File file = open_file(path, size);
-  Packet packet{path, nullptr, std::string(size, '\0')};
-  if (std::fread(packet.sidecar.data(), 1, size, file.get()) != size)
-    fail_to_read(path, {std::ferror(file.get()) ? errno : EIO, std::generic_category()});
-  return packet;
-}
-
-/// Throws Failure if a QuickTime or MPEG-4 movie ends before its boxes do or has no `moov` box
-/// (ISO/IEC 14496-12, 4.2): libexempi would only find no packet in it, or what is left of one.
-void check_boxes(const fs::path& movie, std::FILE* file, std::uintmax_t size) {
-  bool has_moov = false;
-  for (std::uintmax_t offset = 0; size - offset >= 8;) {
-    std::array<unsigned char, 16> header{};
-    const auto number = [&](std::size_t first, std::size_t count) {
-      std::uint64_t value = 0;
-      for (std::size_t i = first; i < first + count; ++i) value = value << 8 | header[i];
-      return value;
-    };
-    if (fseeko(file, static_cast<off_t>(offset), SEEK_SET) != 0 ||
-        std::fread(header.data(), 1, header.size(), file) < 8)
-      fail_to_read(movie, {errno, std::generic_category()});
-    const std::string type(header.begin() + 4, header.begin() + 8);
-    has_moov = has_moov || type == "moov";
-    std::uint64_t length = number(0, 4);
-    if (length == 0) break;  // To the end of the file.
-    if (length == 1) length = number(8, 8);
-    if (length < 8) break;  // Padding after the last box.
-    if (length > size - offset)
-      fail(
-          "cannot read {}: it is truncated, {} bytes short within its {} box; copy it from its "
-          "source again",
-          quoted_name(movie), length - (size - offset), in_quotes(type));
-    offset += length;
-  }
-  if (!has_moov)
-    fail(
-        "cannot read {}: it is truncated or was never finished, it has no moov box; copy it from "
-        "its source again",
-        quoted_name(movie));
+  return {path, read_bytes(path, file.get(), {0, size})};
 }
 
 bool is_movie_or_sound(XmpFileType type) {
@@ -132,19 +104,19 @@ const char* reason(int error) {
        quoted_name(file), reason(error), error);
 }
 
-/// The bytes of the packet embedded in `movie`, empty or null if there is none.
-XmpString read_embedded(const fs::path& movie) {
+/// The packet embedded in `movie` as libexempi finds it, empty if there is none.
+std::string extract_packet(const fs::path& movie) {
   // The XMP alone: reconciling it with the movie's own headers would replace its duration's scale.
   constexpr auto kOptions = static_cast<XmpOpenFileOptions>(XMP_OPEN_READ | XMP_OPEN_ONLYXMP);
   const XmpFile file(xmp_files_open_new(movie.c_str(), kOptions));
   if (!file)
     fail("cannot read {}: libexempi cannot open it (error {}); check that it plays",
          quoted_name(movie), xmp_get_error());
-  XmpString bytes(xmp_string_new());
+  const XmpString bytes(xmp_string_new());
   XmpPacketInfo info{};
-  if (xmp_files_get_xmp_xmpstring(file.get(), bytes.get(), &info)) return bytes;
+  if (xmp_files_get_xmp_xmpstring(file.get(), bytes.get(), &info)) return std::string(view(bytes));
   if (const int error = xmp_get_error(); error != 0) fail_to_parse(movie, error);
-  return nullptr;
+  return {};
 }
 
 std::vector<fs::path> sidecar_names(const fs::path& movie) {
@@ -162,21 +134,16 @@ bool is_xmp_file(const fs::path& path) {
 }
 
 /// libexempi's parser takes every reference of two hexadecimal digits for a control character and
-/// makes a space of it ("&#xE9;" as much as "&#x1F;"), but leaves decimal ones alone. Returns
-/// `bytes` with those that mean text written in decimal, of the same length, or nothing if there
-/// are none.
-std::string with_decimal_references(std::string_view bytes) {
-  constexpr std::string_view kStart = "&#x";
-  std::string changed;
-  for (std::size_t at = bytes.find(kStart); at != bytes.npos; at = bytes.find(kStart, at + 3)) {
+/// makes a space of it ("&#xE9;" as much as "&#x1F;"), but leaves decimal ones alone. Writes those
+/// that mean text in decimal, which takes no more room.
+void make_references_decimal(std::string& bytes) {
+  for (std::size_t at = bytes.find("&#x"); at != bytes.npos; at = bytes.find("&#x", at + 3)) {
     if (bytes.size() - at < 6 || bytes[at + 5] != ';') continue;
     unsigned code = 0;
     const char* const digits = bytes.data() + at + 3;
     if (std::from_chars(digits, digits + 2, code, 16).ptr != digits + 2 || code < 0x20) continue;
-    if (changed.empty()) changed = bytes;
-    fmt::format_to(changed.begin() + static_cast<std::ptrdiff_t>(at), "&#{:03};", code);
+    fmt::format_to(bytes.data() + at, "&#{:03};", code);
   }
-  return changed;
 }
 
 }  // namespace
@@ -187,11 +154,16 @@ Packet find_packet(const fs::path& movie) {
   std::uintmax_t size = 0;
   File file = open_file(movie, size);
   const XmpFileType type = xmp_files_check_file_format(movie.c_str());
-  if (type == XMP_FT_MOV || type == XMP_FT_MPEG4) check_boxes(movie, file.get(), size);
+  if (type == XMP_FT_MOV || type == XMP_FT_MPEG4) {
+    // libexempi would parse the whole packet only to hand over its bytes, and would not tell a
+    // truncated movie from one without a packet.
+    if (const std::optional<Extent> box = find_packet_box(movie, file.get(), size))
+      return {movie, read_bytes(movie, file.get(), *box)};
+  }
   file.reset();
   if (is_movie_or_sound(type)) {
-    XmpString bytes = read_embedded(movie);
-    if (bytes && !view(bytes).empty()) return {movie, std::move(bytes), {}};
+    std::string bytes = extract_packet(movie);
+    if (!bytes.empty()) return {movie, std::move(bytes)};
   } else if (type != XMP_FT_UNKNOWN) {
     fail("cannot read {}: it is not a movie; name a movie or an .xmp file", quoted_name(movie));
   }
@@ -211,12 +183,11 @@ Packet find_packet(const fs::path& movie) {
        quoted_name(movie), looked_for);
 }
 
-XmpString as_elements(const Packet& packet) {
-  const std::string changed = with_decimal_references(packet.bytes());
-  const std::string_view bytes = changed.empty() ? packet.bytes() : std::string_view(changed);
+XmpString as_elements(Packet packet) {
+  make_references_decimal(packet.bytes);
   const Xmp xmp(xmp_new_empty());
   XmpString text(xmp_string_new());
-  if (!xmp || !text || !xmp_parse(xmp.get(), bytes.data(), bytes.size()))
+  if (!xmp || !text || !xmp_parse(xmp.get(), packet.bytes.data(), packet.bytes.size()))
     fail_to_parse(packet.file, xmp_get_error());
   // Well-formed XML without any RDF gives no properties, and no error either.
   const std::unique_ptr<_XmpIterator, decltype(&xmp_iterator_free)> properties(

@@ -21,10 +21,7 @@ inline std::string_view view(const XmpString& string) {
 /// An XMP packet, byte for byte as it was found.
 struct Packet {
   std::filesystem::path file;  ///< Where it was found: the movie itself, or a sidecar.
-  XmpString embedded;          ///< The bytes, if they came out of a movie.
-  std::string sidecar;         ///< The bytes, if the whole file is the packet.
-
-  std::string_view bytes() const { return embedded ? view(embedded) : std::string_view(sidecar); }
+  std::string bytes;
 };
 
 /// Finds the packet of `movie`: the one embedded in it, else the whole of its sidecar (`clip.xmp`
@@ -36,4 +33,4 @@ Packet find_packet(const std::filesystem::path& movie);
 /// The properties of `packet`, printed as a packet in which every property is an element and every
 /// structure an rdf:parseType="Resource", whichever of the forms of XMP (ISO 16684-1, 7.4 to 7.9)
 /// it used. Order and text stay. Throws Failure if the packet cannot be understood.
-XmpString as_elements(const Packet& packet);
+XmpString as_elements(Packet packet);

@@ -102,11 +102,12 @@ std::string phrase_table(Controller& controller) {
   }
   std::vector<std::array<std::string, 4>> rows = {{"In", "Out", "Speaker", "Words"}};
   for (const json& phrase : controller.get("words_array")) {
-    rows.push_back({labels.label(phrase["time_in"].get<double>()),
-                    labels.label(phrase["time_out"].get<double>()),
-                    printable(names[phrase["speaker"].get_ref<const std::string&>()]
-                                  .get_ref<const std::string&>()),
-                    printable(phrase["words"].get_ref<const std::string&>())});
+    rows.push_back(
+        {labels.label(phrase["time_in"].get<double>()),
+         labels.label(phrase["time_out"].get<double>()),
+         printable(
+             names[phrase["speaker"].get_ref<const std::string&>()].get_ref<const std::string&>()),
+         printable(phrase["words"].get_ref<const std::string&>())});
   }
   return table(rows);
 }
@@ -151,15 +152,15 @@ void write_text(const MovieOptions& options, const std::string& output) {
 
 void print_label(double frames, double rate, bool drop_frame) {
   load_module();
-  const Value label = Controller().call(
-      "to_timecode", {frames, whole_rate(rate), format_name(drop_frame)});
+  const Value label =
+      Controller().call("to_timecode", {frames, whole_rate(rate), format_name(drop_frame)});
   print(to_json(label.get()).get<std::string>() + '\n');
 }
 
 void print_frames(const std::string& label, double rate, bool drop_frame) {
   load_module();
-  const Value frames = Controller().call(
-      "to_frames", {label, whole_rate(rate), format_name(drop_frame)});
+  const Value frames =
+      Controller().call("to_frames", {label, whole_rate(rate), format_name(drop_frame)});
   print(to_json(frames.get()).dump() + '\n');
 }
 

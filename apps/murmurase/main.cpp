@@ -54,8 +54,7 @@ void add_movie(CLI::App& command, host::MovieOptions& options) {
 void add_words(CLI::App& command, host::MovieOptions& options) {
   command
       .add_option_function<std::string>(
-          "--words",
-          [&options](const std::string& text) { options.words = words_of(text); },
+          "--words", [&options](const std::string& text) { options.words = words_of(text); },
           "The largest number of words in a phrase; 100 means no limit")
       ->type_name("N")
       ->default_str("100");
@@ -86,8 +85,8 @@ void add_timecode(CLI::App& app, TimecodeOptions& options) {
     command->add_flag("--drop-frame", options.drop_frame,
                       "Count drop-frame: labels are skipped at the start of most minutes");
   };
-  CLI::App* label = add("label", "The timecode label of a frame count",
-                        "107892 --rate 29.97 --drop-frame");
+  CLI::App* label =
+      add("label", "The timecode label of a frame count", "107892 --rate 29.97 --drop-frame");
   label->add_option("FRAMES", options.number, "A frame count, from 0")->required();
   add_rate(label);
   label->callback([&] { host::print_label(options.number, options.rate, options.drop_frame); });

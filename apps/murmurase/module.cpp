@@ -16,11 +16,13 @@ namespace {
 namespace fs = std::filesystem;
 
 // The functions of the interface that this host calls.
-#define FUNCTIONS(F) \
-  F(call) F(controller_new) F(error_free) F(error_message) F(get) F(get_boolean) F(get_integer) \
-  F(get_real) F(get_text) F(interface_version) F(list_append) F(list_get) F(new_integer) \
-  F(new_list) F(new_real) F(new_record) F(new_text) F(record_get) F(record_key) F(record_set) \
-  F(set) F(set_host_ui_active) F(size) F(startup_error) F(value_free) F(value_kind)
+#define FUNCTIONS(F)                                                                          \
+  F(call)                                                                                     \
+  F(controller_new)                                                                           \
+  F(error_free) F(error_message) F(get) F(get_boolean) F(get_integer) F(get_real) F(get_text) \
+      F(interface_version) F(list_append) F(list_get) F(new_integer) F(new_list) F(new_real)  \
+          F(new_record) F(new_text) F(record_get) F(record_key) F(record_set) F(set)          \
+              F(set_host_ui_active) F(size) F(startup_error) F(value_free) F(value_kind)
 
 struct Interface {
 #define DECLARE(name) decltype(&murmurase_##name) name = nullptr;
@@ -90,9 +92,10 @@ void load_module() {
   }
   find(library, "murmurase_interface_version", module.interface_version);
   if (module.interface_version() != MURMURASE_INTERFACE_VERSION) {
-    throw Failure(fmt::format("the module has interface version {} and this program needs {}; "
-                              "install program and module together",
-                              module.interface_version(), MURMURASE_INTERFACE_VERSION));
+    throw Failure(
+        fmt::format("the module has interface version {} and this program needs {}; "
+                    "install program and module together",
+                    module.interface_version(), MURMURASE_INTERFACE_VERSION));
   }
   find(library, "Init_murmurase_algorithm", module.start);
 #define FIND(name) find(library, "murmurase_" #name, module.name);
@@ -174,6 +177,8 @@ Value to_value(const json& data) {
   }
   return nullptr;
 }
+
+murmurase_controller* Controller::controller_ = nullptr;
 
 Controller::Controller() {
   const murmurase_host callbacks = {};

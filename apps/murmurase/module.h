@@ -49,7 +49,7 @@ class Controller {
  private:
   Value field(const char* name) const;
 
-  murmurase_controller* controller_ = nullptr;
+  static murmurase_controller* controller_;
 };
 
 }  // namespace host

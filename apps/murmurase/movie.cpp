@@ -50,14 +50,15 @@ class CapturedErrors {
   int saved_;
 };
 
-std::string on_one_line(std::string text) {
-  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
-  if (const std::size_t last = text.rfind('\n'); last != std::string::npos) {
-    text.erase(0, last + 1);  // the last line is the one that says why
-  }
+// Why the tool failed, of what it said: the last line is the one that tells. Our own tool's lines
+// stand for themselves.
+std::string tool_failure(std::string said) {
+  while (!said.empty() && (said.back() == '\n' || said.back() == ' ')) said.pop_back();
+  if (const std::size_t last = said.rfind('\n'); last != std::string::npos) said.erase(0, last + 1);
   constexpr std::string_view own_tool = "murmurase-xmp: ";
-  if (text.starts_with(own_tool)) text.erase(0, own_tool.size());
-  return printable(text);
+  if (said.starts_with(own_tool)) return printable(said.substr(own_tool.size()));
+  return "cannot read its XMP: " +
+         (said.empty() ? "the XMP tool failed without saying why" : printable(said));
 }
 
 void parse_movie(Controller& controller, const MovieOptions& options) {
@@ -65,8 +66,7 @@ void parse_movie(Controller& controller, const MovieOptions& options) {
   const Value track_types = controller.call("parse_xmp_from_mov", {options.movie});
   const std::string said = errors.restore();
   if (track_types == nullptr) {
-    throw Failure("cannot read its XMP: " +
-                  (said.empty() ? "the XMP tool failed without saying why" : on_one_line(said)));
+    throw Failure(tool_failure(said));
   }
   std::fputs(said.c_str(), stderr);
   if (!controller.holds("transcription_xml")) {
@@ -84,8 +84,8 @@ std::string known_speakers(const json& speakers) {
 }
 
 void set_name(json& speakers, const std::string& speaker, const std::string& name) {
-  const auto entry = std::ranges::find_if(
-      speakers, [&](const json& each) { return each["Speaker"] == speaker; });
+  const auto entry =
+      std::ranges::find_if(speakers, [&](const json& each) { return each["Speaker"] == speaker; });
   if (entry == speakers.end()) {
     throw Failure(fmt::format("it has no speaker \"{}\" to name; its speakers are {}",
                               printable(speaker), known_speakers(speakers)));
@@ -135,7 +135,9 @@ void read_movie(Controller& controller, const MovieOptions& options) {
 }
 
 Failure movie_failure(const std::string& movie, const std::string& reason) {
-  return Failure(fmt::format("{}: {}", printable(movie), reason));
+  const std::string name = printable(movie);
+  if (reason.find(name) != std::string::npos) return Failure(reason);
+  return Failure(fmt::format("{}: {}", name, reason));
 }
 
 }  // namespace host

@@ -58,17 +58,17 @@ MURMURASE_API const char* murmurase_version(void);
 /* ---- Errors ---------------------------------------------------------------------------------- */
 
 typedef enum murmurase_error_kind {
-  MURMURASE_ERROR_ARGUMENT = 1,  /* wrong number of arguments, a null handle, an unusable value */
-  MURMURASE_ERROR_NAME = 2,      /* no operation, field, key or host call of that name */
-  MURMURASE_ERROR_TYPE = 3,      /* a value of the wrong kind */
+  MURMURASE_ERROR_ARGUMENT = 1, /* wrong number of arguments, a null handle, an unusable value */
+  MURMURASE_ERROR_NAME = 2,     /* no operation, field, key or host call of that name */
+  MURMURASE_ERROR_TYPE = 3,     /* a value of the wrong kind */
   MURMURASE_ERROR_ZERO_DIVISION = 4,
-  MURMURASE_ERROR_RANGE = 5,     /* a number too large, infinite or not a number; a full sheet */
+  MURMURASE_ERROR_RANGE = 5, /* a number too large, infinite or not a number; a full sheet */
   MURMURASE_ERROR_MISSING_VALUE = 6, /* a field, speaker or element that is needed and absent */
   MURMURASE_ERROR_XML = 7,
-  MURMURASE_ERROR_SYSTEM = 8,    /* the operating system refused; see murmurase_error_number() */
-  MURMURASE_ERROR_HOST = 9,      /* one of the host's own callbacks failed */
+  MURMURASE_ERROR_SYSTEM = 8, /* the operating system refused; see murmurase_error_number() */
+  MURMURASE_ERROR_HOST = 9,   /* one of the host's own callbacks failed */
   MURMURASE_ERROR_MEMORY = 10,
-  MURMURASE_ERROR_INTERNAL = 11  /* a fault of the module itself */
+  MURMURASE_ERROR_INTERNAL = 11 /* a fault of the module itself */
 } murmurase_error_kind;
 
 typedef struct murmurase_error murmurase_error;
@@ -108,11 +108,11 @@ MURMURASE_API const murmurase_error* murmurase_startup_error(void);
 typedef enum murmurase_kind {
   MURMURASE_NULL = 0,
   MURMURASE_BOOLEAN = 1,
-  MURMURASE_INTEGER = 2,      /* 64 bits, signed */
-  MURMURASE_REAL = 3,         /* double */
+  MURMURASE_INTEGER = 2, /* 64 bits, signed */
+  MURMURASE_REAL = 3,    /* double */
   MURMURASE_TEXT = 4,
-  MURMURASE_LIST = 5,         /* of anything but lists */
-  MURMURASE_RECORD = 6,       /* keys to values that are neither lists nor records; keeps its order */
+  MURMURASE_LIST = 5,   /* of anything but lists */
+  MURMURASE_RECORD = 6, /* keys to values that are neither lists nor records; keeps its order */
   MURMURASE_XML_DOCUMENT = 7, /* a handle: copies refer to the same document and keep it alive */
   MURMURASE_XML_ELEMENT = 8,  /* a handle that keeps its document alive */
   MURMURASE_HOST_OBJECT = 9   /* a pointer of the host's, never followed by the module */
@@ -126,7 +126,8 @@ MURMURASE_CHECKED murmurase_error* murmurase_new_integer(int64_t integer, murmur
 MURMURASE_CHECKED murmurase_error* murmurase_new_real(double real, murmurase_value** result);
 MURMURASE_CHECKED murmurase_error* murmurase_new_text(const char* text, size_t length,
                                                       murmurase_value** result);
-MURMURASE_CHECKED murmurase_error* murmurase_new_host_object(void* object, murmurase_value** result);
+MURMURASE_CHECKED murmurase_error* murmurase_new_host_object(void* object,
+                                                             murmurase_value** result);
 MURMURASE_CHECKED murmurase_error* murmurase_new_list(murmurase_value** result);
 MURMURASE_CHECKED murmurase_error* murmurase_new_record(murmurase_value** result);
 
@@ -138,7 +139,8 @@ MURMURASE_API void murmurase_value_free(murmurase_value* value);
 MURMURASE_API murmurase_kind murmurase_value_kind(const murmurase_value* value);
 
 /* Read a value of just that kind (a real may also be read from an integer). Errors: type. */
-MURMURASE_CHECKED murmurase_error* murmurase_get_boolean(const murmurase_value* value, bool* result);
+MURMURASE_CHECKED murmurase_error* murmurase_get_boolean(const murmurase_value* value,
+                                                         bool* result);
 MURMURASE_CHECKED murmurase_error* murmurase_get_integer(const murmurase_value* value,
                                                          int64_t* result);
 MURMURASE_CHECKED murmurase_error* murmurase_get_real(const murmurase_value* value, double* result);

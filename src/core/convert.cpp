@@ -43,27 +43,13 @@ std::string_view kind_name(const Value& value) {
   return names.at(value.data.index());
 }
 
-Value to_value(bool boolean) {
-  return {boolean};
-}
-Value to_value(double number) {
-  return {number};
-}
-Value to_value(std::int64_t number) {
-  return {number};
-}
-Value to_value(std::string text) {
-  return {std::move(text)};
-}
-Value to_value(XmlDocument document) {
-  return {std::move(document)};
-}
-Value to_value(XmlElement element) {
-  return {std::move(element)};
-}
-Value to_value(HostObject object) {
-  return {object};
-}
+Value to_value(bool boolean) { return {boolean}; }
+Value to_value(double number) { return {number}; }
+Value to_value(std::int64_t number) { return {number}; }
+Value to_value(std::string text) { return {std::move(text)}; }
+Value to_value(XmlDocument document) { return {std::move(document)}; }
+Value to_value(XmlElement element) { return {std::move(element)}; }
+Value to_value(HostObject object) { return {object}; }
 
 Value to_value(const SpeakerEntry& speaker) {
   return {Record{{"Speaker", to_value(speaker.speaker)}, {"Name", to_value(speaker.name)}}};

@@ -34,7 +34,8 @@ struct Cursor {
 std::int64_t checked_integer(double rounded, double number, std::string_view what) {
   constexpr double limit = 9223372036854775808.0;  // 2 to the 63rd
   if (!(rounded >= -limit && rounded < limit)) {
-    throw Error(ErrorKind::range, fmt::format("{} is {}, which is no countable number", what, number));
+    throw Error(ErrorKind::range,
+                fmt::format("{} is {}, which is no countable number", what, number));
   }
   return static_cast<std::int64_t>(rounded);
 }
@@ -52,9 +53,8 @@ double leading_double(std::string_view text, bool underscores) {
   if (is_sign(cursor.peek())) number += text[cursor.at++];
   std::size_t digits = 0;
   const auto take_digits = [&] {
-    while (is_digit(cursor.peek()) ||
-           (underscores && cursor.peek() == '_' && cursor.at > 0 && is_digit(text[cursor.at - 1]) &&
-            is_digit(cursor.peek(1)))) {
+    while (is_digit(cursor.peek()) || (underscores && cursor.peek() == '_' && cursor.at > 0 &&
+                                       is_digit(text[cursor.at - 1]) && is_digit(cursor.peek(1)))) {
       if (cursor.peek() != '_') {
         number += cursor.peek();
         ++digits;
@@ -106,16 +106,15 @@ std::int64_t leading_integer(std::string_view text) {
   }
   if (!negative) overflow |= __builtin_sub_overflow(std::int64_t{0}, value, &value);
   if (overflow) {
-    throw Error(ErrorKind::range, fmt::format("the number {} is too large", printable(text.substr(0, 40))));
+    throw Error(ErrorKind::range,
+                fmt::format("the number {} is too large", printable(text.substr(0, 40))));
   }
   return value;
 }
 
 double leading_double(std::string_view text) { return leading_double(text, false); }
 
-double leading_double_with_underscores(std::string_view text) {
-  return leading_double(text, true);
-}
+double leading_double_with_underscores(std::string_view text) { return leading_double(text, true); }
 
 std::string ascii_upper(std::string_view text) {
   std::string upper(text);

@@ -37,9 +37,7 @@ constexpr std::array<Colour, 8> palette = {{{"255", "0", "0"},
 constexpr std::int64_t first_coloured_version = 5;
 constexpr std::string_view final_cut_pro_creator = "KeyG";
 
-constexpr xml::Name plain_name(const char* local) {
-  return {nullptr, local};
-}
+constexpr xml::Name plain_name(const char* local) { return {nullptr, local}; }
 
 std::string clip_name(const XmlDocument& clip) {
   return clip->URL == nullptr

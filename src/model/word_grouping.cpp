@@ -124,8 +124,8 @@ void build_words_array(Controller& controller, std::int64_t grouping) {
       continue;
     }
     const double start = seconds(marker.start_time);
-    phrases.push_back({start, start + seconds(marker.duration), std::string(word),
-                       std::string(speaker)});
+    phrases.push_back(
+        {start, start + seconds(marker.duration), std::string(word), std::string(speaker)});
     ++run_count;
   }
 }

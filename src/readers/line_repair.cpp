@@ -18,9 +18,7 @@ std::string escape_ampersands(std::string_view line) {
   return escaped.append(line);
 }
 
-bool is_plain(char c) {
-  return (c >= 0x20 && c < 0x7F) || c == '\t' || c == '\n' || c == '\r';
-}
+bool is_plain(char c) { return (c >= 0x20 && c < 0x7F) || c == '\t' || c == '\n' || c == '\r'; }
 
 std::size_t announced_length(unsigned char first) {
   if (first < 0xC0 || first >= 0xFE) return 1;

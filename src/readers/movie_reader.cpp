@@ -61,9 +61,9 @@ std::optional<std::vector<XmlElement>> parse_xmp_from_mov(Controller& controller
       controller.transcription_xml.reset();
       return std::nullopt;
     }
-    movie = find_properties(xml::parse_values(
-        run.output.view(), xmp::values, xmp::dynamic_media,
-        fmt::format("what the XMP tool printed for {}", printable(movie_path))));
+    movie = find_properties(
+        xml::parse_values(run.output.view(), xmp::values, xmp::dynamic_media,
+                          fmt::format("the XMP packet of {}", printable(movie_path))));
   }
 
   if (movie->scale) controller.frame_rate = rate_of_scale(*movie->scale);
@@ -71,8 +71,8 @@ std::optional<std::vector<XmlElement>> parse_xmp_from_mov(Controller& controller
     const std::string& timecode = *movie->start_timecode;
     controller.displayformat = timecode.find(';') != std::string::npos ? "DF" : "NDF";
     const double rate = required(controller.frame_rate, "frame_rate");
-    controller.first_frame = static_cast<double>(to_frames(
-        timecode, round_half_away(rate, "the frame rate"), *controller.displayformat));
+    controller.first_frame = static_cast<double>(
+        to_frames(timecode, round_half_away(rate, "the frame rate"), *controller.displayformat));
   } else {
     controller.displayformat = "NDF";
     controller.first_frame = 0.0;

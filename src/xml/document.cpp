@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <unordered_map>
 
 #include "core/error.h"
 #include "xml/parser.h"
@@ -19,11 +20,29 @@ struct ValueParse {
   const xmlChar* space = nullptr;      // interned: names compare by address
   std::vector<const xmlChar*> values;  // interned
   std::size_t depth_in_value = 0;      // elements open from the outermost value element on
-  Limits limits;
+  std::unordered_map<const xmlEntity*, std::string> entities;  // what they stand for
+  std::size_t entity_text_so_far = 0;                          // bytes
+  const char* limit = nullptr;                                 // the first limit passed
+  bool memory_ran_out = false;
 };
+
+// Bytes that all references to entities together may stand for; metadata has no use for any.
+constexpr std::size_t most_entity_text = std::size_t{1} << 20;
+
+const std::string& entity_text(ValueParse& state, const xmlEntity* entity);
 
 ValueParse& state_of(void* context) {
   return *static_cast<ValueParse*>(static_cast<xmlParserCtxt*>(context)->_private);
+}
+
+void stop(void* context, const char* limit) {
+  ValueParse& state = state_of(context);
+  if (state.limit == nullptr) state.limit = limit;
+  xmlStopParser(static_cast<xmlParserCtxt*>(context));
+}
+
+bool is_text(const xmlNode* node) {
+  return node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE;
 }
 
 void start_element(void* context, const xmlChar* local, const xmlChar* prefix, const xmlChar* uri,
@@ -58,11 +77,61 @@ void cdata(void* context, const xmlChar* text, int length) {
   if (counts(context)) xmlSAX2CDataBlock(context, text, length);
 }
 
-// An external entity that was never declared cannot be loaded.
-void entity_declaration(void* context, const xmlChar* name, int type, const xmlChar* public_id,
-                        const xmlChar* system_id, xmlChar* content) {
-  if (type == XML_INTERNAL_GENERAL_ENTITY || type == XML_INTERNAL_PARAMETER_ENTITY) {
-    xmlSAX2EntityDecl(context, name, type, public_id, system_id, content);
+// Appends what an entity stands for, each entity within it being worked out once. The parser has
+// refused entities that refer to themselves, and deep chains of them.
+void append_content(ValueParse& state, const xmlNode* node, std::string& text) {
+  for (; node != nullptr && text.size() <= most_entity_text; node = node->next) {
+    if (node->type == XML_ENTITY_REF_NODE) {
+      text += entity_text(state, reinterpret_cast<const xmlEntity*>(node->children));
+    } else if (node->type == XML_ELEMENT_NODE) {
+      append_content(state, node->children, text);
+    } else if (is_text(node)) {
+      text += as_char(node->content);
+    }
+  }
+}
+
+const std::string& entity_text(ValueParse& state, const xmlEntity* entity) {
+  const auto [known, added] = state.entities.try_emplace(entity);
+  std::string& text = known->second;  // stays where it is while the map grows
+  if (added && entity != nullptr) append_content(state, entity->children, text);
+  return text;
+}
+
+// An entity's content that was stopped at a limit leaves its outer contents running, to refer to it
+// again and again; they stop here.
+xmlEntity* get_entity(void* context, const xmlChar* name) {
+  if (const char* limit = state_of(context).limit; limit != nullptr) {
+    stop(context, limit);
+    return nullptr;
+  }
+  return xmlSAX2GetEntity(context, name);
+}
+
+// A reference in a value counts with its content; external entities have none, for they are not
+// loaded. In an entity's own content it stays a reference until the entity is referred to.
+void reference(void* context, const xmlChar* name) {
+  ValueParse& state = state_of(context);
+  if (context != state.main_context) {
+    xmlSAX2Reference(context, name);
+  } else if (state.depth_in_value > 0) {
+    const std::string& text = entity_text(state, xmlSAX2GetEntity(context, name));
+    state.entity_text_so_far += text.size();
+    if (state.entity_text_so_far > most_entity_text) {
+      stop(context, "its entities expand without measure");
+    } else {
+      xmlSAX2Characters(context, as_xml(text.c_str()), static_cast<int>(text.size()));
+    }
+  }
+}
+
+void note_problem(void* context, Problem* problem) {
+  Limits limits;
+  limits.note(*problem);
+  if (problem->code == XML_ERR_UNSUPPORTED_ENCODING) limits.passed = "its encoding is unknown";
+  if (limits.memory_ran_out) state_of(context).memory_ran_out = true;
+  if (limits.memory_ran_out || limits.passed != nullptr) {
+    stop(context, limits.memory_ran_out ? "memory has run out" : limits.passed);
   }
 }
 
@@ -74,7 +143,8 @@ XmlDocument parse_values(std::string_view bytes, std::span<const char* const> va
     throw Error(ErrorKind::xml, fmt::format("{} cannot be read as XML: {}", what, reason));
   };
   if (bytes.empty()) fail("it is empty");
-  const Context context = open_parser(bytes, XML_PARSE_NOENT | XML_PARSE_COMPACT);
+  const ProblemChannel quiet([](void*, Problem*) {}, nullptr);  // beside what the parser reports
+  const Context context = open_parser(bytes, XML_PARSE_COMPACT);
   ValueParse state;
   state.main_context = context.get();
   state.space = xmlDictLookup(context->dict, as_xml(space), -1);
@@ -88,14 +158,15 @@ XmlDocument parse_values(std::string_view bytes, std::span<const char* const> va
   sax.characters = characters;
   sax.ignorableWhitespace = characters;
   sax.cdataBlock = cdata;
-  sax.entityDecl = entity_declaration;
-  const ProblemChannel channel(note_limits, &state.limits);
+  sax.getEntity = get_entity;
+  sax.reference = reference;
+  sax.serror = note_problem;
   xmlParseDocument(context.get());
 
   const XmlDocument document = own(context->myDoc);
   context->myDoc = nullptr;
-  if (state.limits.memory_ran_out) throw std::bad_alloc();
-  if (state.limits.passed != nullptr) fail(state.limits.passed);
+  if (state.memory_ran_out) throw std::bad_alloc();
+  if (state.limit != nullptr) fail(state.limit);
   if (!document || xmlDocGetRootElement(document.get()) == nullptr) fail("it holds no element");
   return document;
 }
@@ -113,14 +184,13 @@ bool is_named(const xmlNode* node, const Name& name) {
   if (node->type != XML_ELEMENT_NODE || std::strcmp(as_char(node->name), name.local) != 0) {
     return false;
   }
-  if (name.space == nullptr || node->ns == nullptr)
+  if (name.space == nullptr || node->ns == nullptr) {
     return name.space == nullptr && node->ns == nullptr;
+  }
   return std::strcmp(as_char(node->ns->href), name.space) == 0;
 }
 
-xmlNode* first_element(const XmlDocument& document) {
-  return xmlDocGetRootElement(document.get());
-}
+xmlNode* first_element(const XmlDocument& document) { return xmlDocGetRootElement(document.get()); }
 
 xmlNode* next_element(const xmlNode* node) {
   xmlNode* next = nullptr;
@@ -147,9 +217,6 @@ xmlNode* child(const xmlNode* parent, const Name& name) {
 }
 
 std::string_view text_content(const xmlNode* element, std::string& scratch) {
-  const auto is_text = [](const xmlNode* node) {
-    return node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE;
-  };
   const auto view = [](const xmlNode* node) {
     return node->content != nullptr ? std::string_view(as_char(node->content)) : std::string_view();
   };

@@ -76,14 +76,8 @@ void Limits::note(const xmlError& problem) {
   if (passed != nullptr || memory_ran_out) return;
   passed = limit_of(problem);
   memory_ran_out = problem.code == XML_ERR_NO_MEMORY && passed == nullptr;
-  if ((passed != nullptr || memory_ran_out) && problem.domain == XML_FROM_PARSER &&
-      problem.ctxt != nullptr) {
-    xmlStopParser(static_cast<xmlParserCtxt*>(problem.ctxt));
-  }
 }
 
-void note_limits(void* limits, Problem* problem) {
-  static_cast<Limits*>(limits)->note(*problem);
-}
+void note_limits(void* limits, Problem* problem) { static_cast<Limits*>(limits)->note(*problem); }
 
 }  // namespace murmurase::xml

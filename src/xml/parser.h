@@ -10,12 +10,8 @@
 // What the parsers and the writer of this folder share; nobody outside it needs it.
 namespace murmurase::xml {
 
-inline const char* as_char(const xmlChar* text) {
-  return reinterpret_cast<const char*>(text);
-}
-inline const xmlChar* as_xml(const char* text) {
-  return reinterpret_cast<const xmlChar*>(text);
-}
+inline const char* as_char(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
+inline const xmlChar* as_xml(const char* text) { return reinterpret_cast<const xmlChar*>(text); }
 
 // A handle that frees the document; null for null.
 XmlDocument own(xmlDoc* document);
@@ -60,7 +56,8 @@ struct Limits {
   const char* passed = nullptr;  // the first limit passed, as a message says it
   bool memory_ran_out = false;
 
-  // Learns from a problem, and stops the parser at the first limit.
+  // Learns from a problem. At its own limits the parser stops by itself; to stop it from here inside an
+  // entity would leave those running that refer to it, again and again.
   void note(const xmlError& problem);
 };
 

@@ -164,9 +164,7 @@ class PosixPlatform : public Platform {
     return run;
   }
 
-  ByteBuffer read_file(const std::string& path) override {
-    return murmurase::read_file(path);
-  }
+  ByteBuffer read_file(const std::string& path) override { return murmurase::read_file(path); }
 
   void replace_file(const std::string& path, std::string_view bytes) override {
     murmurase::replace_file(path, bytes);
