@@ -7,16 +7,17 @@
 
 #include "murmurase/murmurase.h"
 
-#define FUNCTIONS(F)                                                                             \
-  F(call)                                                                                        \
-  F(controller_free)                                                                             \
-  F(controller_new) F(document_repair) F(set_open_command) F(error_free) F(error_get_kind)       \
-      F(error_message) F(error_number) F(get) F(get_boolean) F(get_host_object) F(get_integer)   \
-          F(get_real) F(get_text) F(interface_version) F(list_append) F(list_get) F(list_set)    \
-              F(new_boolean) F(new_host_object) F(new_integer) F(new_list) F(new_real)           \
-                  F(new_record) F(new_text) F(record_get) F(record_key) F(record_set) F(set)     \
-                      F(set_host_ui_active) F(size) F(startup_error) F(value_copy) F(value_free) \
-                          F(value_kind) F(version)
+/* clang-format off */
+#define FUNCTIONS(F) \
+  F(call) F(controller_free) F(controller_new) F(document_repair) F(error_free)            \
+  F(error_get_kind)                                                                       \
+  F(error_message) F(error_number) F(get) F(get_boolean) F(get_host_object) F(get_integer) \
+  F(get_real) F(get_text) F(interface_version) F(list_append) F(list_get) F(list_set)      \
+  F(new_boolean) F(new_host_object) F(new_integer) F(new_list) F(new_real) F(new_record)   \
+  F(new_text) F(record_get) F(record_key) F(record_set) F(set) F(set_host_ui_active)       \
+  F(set_open_command)                                                                     \
+  F(size) F(startup_error) F(value_copy) F(value_free) F(value_kind) F(version)
+/* clang-format on */
 
 static struct {
 #define DECLARE(name) __typeof__(&murmurase_##name) name;

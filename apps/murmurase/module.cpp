@@ -16,16 +16,17 @@ namespace {
 namespace fs = std::filesystem;
 
 // The functions of the interface that this host calls.
-#define FUNCTIONS(F)                                                                          \
-  F(call)                                                                                     \
-  F(controller_new)                                                                           \
-  F(error_free) F(error_message) F(get) F(get_boolean) F(get_integer) F(get_real) F(get_text) \
-      F(interface_version) F(list_append) F(list_get) F(new_integer) F(new_list) F(new_real)  \
-          F(new_record) F(new_text) F(record_get) F(record_key) F(record_set) F(set)          \
-              F(set_host_ui_active) F(size) F(startup_error) F(value_free) F(value_kind)
+// clang-format off
+#define FUNCTIONS(F) \
+  F(call) F(controller_new) F(error_free) F(error_message) F(get) F(get_boolean)         \
+  F(get_integer) F(get_real) F(get_text) F(interface_version) F(list_append) F(list_get) \
+  F(new_integer) F(new_list) F(new_real) F(new_record) F(new_text) F(record_get)         \
+  F(record_key) F(record_set) F(set) F(set_host_ui_active) F(size) F(startup_error)      \
+  F(value_free) F(value_kind)
+// clang-format on
 
 struct Interface {
-#define DECLARE(name) decltype(&murmurase_##name) name = nullptr;
+#define DECLARE(name) decltype(&murmurase_##name) name = nullptr;  // NOLINT(bugprone-macro-*)
   FUNCTIONS(DECLARE)
 #undef DECLARE
   decltype(&Init_murmurase_algorithm) start = nullptr;

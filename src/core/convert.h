@@ -23,7 +23,7 @@ Value to_value(std::string text);
 Value to_value(XmlDocument document);
 Value to_value(XmlElement element);
 Value to_value(HostObject object);
-Value to_value(const SpeakerEntry& entry);
+Value to_value(const SpeakerEntry& speaker);
 Value to_value(const WordGroup& group);
 
 template <typename T>

@@ -30,7 +30,8 @@ double time_base_divisor(std::string_view text) {
                             "units per second, so its times cannot be read as seconds",
                             printable(text.substr(0, 80))));
   }
-  return static_cast<double>(units / 1000);
+  const std::int64_t thousands = units / 1000;
+  return static_cast<double>(thousands);
 }
 
 // A word without the characters that stand for what could not be decoded.

@@ -33,7 +33,7 @@ class Label {
   std::string text() const { return std::string(text_.data(), static_cast<const char*>(end_)); }
 
  private:
-  std::array<char, 96> text_;
+  std::array<char, 96> text_;  // NOLINT(*-member-init): written before it is read, label by label
   char* end_ = text_.data();
 };
 

@@ -163,7 +163,7 @@ XmlDocument parse_values(std::string_view bytes, std::span<const char* const> va
   sax.serror = note_problem;
   xmlParseDocument(context.get());
 
-  const XmlDocument document = own(context->myDoc);
+  XmlDocument document = own(context->myDoc);
   context->myDoc = nullptr;
   if (state.memory_ran_out) throw std::bad_alloc();
   if (state.limit != nullptr) fail(state.limit);

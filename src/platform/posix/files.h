@@ -14,6 +14,8 @@ class FileDescriptor {
   FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(other.descriptor_) {
     other.descriptor_ = -1;
   }
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
   FileDescriptor& operator=(FileDescriptor&&) = delete;
   ~FileDescriptor() { close(); }
 
