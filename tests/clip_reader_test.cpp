@@ -194,6 +194,19 @@ TEST(ClipReader, TheNameIsThatOfTheFirstNode) {
   }
 }
 
+// Entities that stand for ten thousand million letters: the repair makes text of the references.
+TEST(ClipReader, EntityBomb) {
+  std::string bytes = "<!DOCTYPE a [<!ENTITY e0 'h'>";
+  for (int i = 1; i <= 10; ++i) {
+    bytes += fmt::format("<!ENTITY e{} '", i);
+    for (int k = 0; k < 10; ++k) bytes += fmt::format("&e{};", i - 1);
+    bytes += "'>";
+  }
+  const Read clip = read(bytes + "]>\n<a>&e10;</a>\n");
+  EXPECT_NE(clip.repair, "none");
+  EXPECT_NE(clip.written.find("<a>&amp;e10;</a>"), std::string::npos) << clip.written;
+}
+
 TEST(ClipReader, Failures) {
   const auto failure = [](const std::string& bytes) {
     Desk desk;

@@ -78,10 +78,12 @@ ClipFile parse_xml_file(Controller& controller, const std::string& path) {
   xml::Recovery clip = parse(file.view(), xml::Blanks::drop, path);
   if (!clip.problem_lines.empty()) {
     repair = {ClipRepair::lines, existing_lines(clip.problem_lines, file.view())};
+    clip = {};  // one document at a time in memory
     clip = parse(joined(file.view(), repair), xml::Blanks::keep, path);
   }
   if (!clip.problem_lines.empty()) {
     repair = {ClipRepair::all, {}};
+    clip = {};
     clip = parse(joined(file.view(), repair), xml::Blanks::keep, path);
   }
   if (clip.limit != nullptr) fail(path, clip.limit);
