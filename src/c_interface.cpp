@@ -11,6 +11,7 @@
 #include "module.h"
 #include "murmurase/murmurase.h"
 #include "platform/platform.h"
+#include "readers/clip_reader.h"
 
 using murmurase::Entry;
 using murmurase::Error;
@@ -353,6 +354,17 @@ const char* murmurase_record_key(const murmurase_value* record, size_t index) {
   return entries == nullptr || index >= entries->size() ? nullptr : (*entries)[index].key.c_str();
 }
 
+murmurase_error* murmurase_document_repair(const murmurase_value* document,
+                                           murmurase_repair* repair, murmurase_value** lines) {
+  return guarded([&] {
+    const auto found =
+        murmurase::repair_of(read<murmurase::XmlDocument>(document, "the repair of a document"));
+    checked(repair, "the result");
+    if (lines != nullptr) *lines = give(murmurase::to_value(found.repaired_lines));
+    *repair = static_cast<murmurase_repair>(found.extent);
+  });
+}
+
 murmurase_error* murmurase_controller_new(const murmurase_host* host,
                                           murmurase_controller** result) {
   return guarded([&] {
@@ -400,4 +412,11 @@ void murmurase_set_host_ui_active(bool active) {
   murmurase_error* const outside =
       guarded([&] { startup().module.process.host_ui_active = active; });
   static_cast<void>(outside);  // without memory for the module no operation will ask
+}
+
+murmurase_error* murmurase_set_open_command(const char* command) {
+  return guarded([&] {
+    std::optional<std::string>& chosen = startup().module.process.open_command;
+    chosen = command == nullptr ? std::nullopt : std::optional<std::string>(command);
+  });
 }

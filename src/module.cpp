@@ -2,11 +2,13 @@
 
 #include <libxml/parser.h>
 
+#include "export/marker_clip.h"
 #include "export/spreadsheet.h"
 #include "export/text_transcript.h"
 #include "model/speaker_list.h"
 #include "model/word_grouping.h"
 #include "platform/platform.h"
+#include "readers/clip_reader.h"
 #include "readers/movie_reader.h"
 #include "timecode/timecode.h"
 
@@ -18,11 +20,13 @@ constexpr Operation operations[] = {
     operation<to_timecode>("to_timecode", true),
     operation<to_timestamp>("to_timestamp", true),
     operation<to_frames>("to_frames", true),
+    operation<parse_xml_file>("parse_xml_file"),
     operation<parse_xmp_from_mov>("parse_xmp_from_mov"),
     operation<build_speakers_array>("build_speakers_array"),
     operation<build_words_array>("build_words_array"),
     operation<save_to_text>("save_to_text"),
     operation<save_to_excel>("save_to_excel"),
+    operation<create_clip_with_markers>("create_clip_with_markers"),
 };
 
 void prepare_working_folder(Process& process) {

@@ -1,4 +1,5 @@
 /* A host in C11: the whole road through the public header, then its misuse. */
+#define _XOPEN_SOURCE 700
 #include <dlfcn.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -8,11 +9,13 @@
 
 /* clang-format off */
 #define FUNCTIONS(F) \
-  F(call) F(controller_free) F(controller_new) F(error_free) F(error_get_kind)             \
+  F(call) F(controller_free) F(controller_new) F(document_repair) F(error_free)            \
+  F(error_get_kind)                                                                       \
   F(error_message) F(error_number) F(get) F(get_boolean) F(get_host_object) F(get_integer) \
   F(get_real) F(get_text) F(interface_version) F(list_append) F(list_get) F(list_set)      \
   F(new_boolean) F(new_host_object) F(new_integer) F(new_list) F(new_real) F(new_record)   \
   F(new_text) F(record_get) F(record_key) F(record_set) F(set) F(set_host_ui_active)       \
+  F(set_open_command)                                                                     \
   F(size) F(startup_error) F(value_copy) F(value_free) F(value_kind) F(version)
 /* clang-format on */
 
@@ -173,6 +176,57 @@ static void road(murmurase_controller* controller, const char* data, void* table
          MURMURASE_ERROR_ZERO_DIVISION);
 }
 
+static void clip_road(murmurase_controller* controller) {
+  FILE* file = fopen("c_host.xml", "w");
+  if (file == NULL) abort();
+  fputs(
+      "<xmeml version='5'>\n<clip><name>R & D</name>\n<rate><timebase>25</timebase></rate>"
+      "<updatebehavior/></clip>\n</xmeml>\n",
+      file);
+  fclose(file);
+  murmurase_value* clip = NULL;
+  murmurase_value* value = NULL;
+  const murmurase_value* item = NULL;
+  EXPECT(succeeded(call(controller, "parse_xml_file", 1, text("c_host.xml"), NULL, &clip)));
+  remove("c_host.xml");
+  EXPECT(m.size(clip) == 2);
+  EXPECT(succeeded(m.list_get(clip, 1, &item)));
+  EXPECT(is_text(item, "xmeml"));
+  EXPECT(succeeded(m.list_get(clip, 0, &item)));
+  EXPECT(succeeded(m.set(controller, "clip_xml", item)));
+
+  /* What is known of the repair goes where the document goes. */
+  murmurase_value* document = NULL;
+  murmurase_repair repair = MURMURASE_REPAIR_NONE;
+  int64_t number = 0;
+  EXPECT(succeeded(m.get(controller, "clip_xml", &document)));
+  EXPECT(succeeded(m.document_repair(document, &repair, &value)));
+  EXPECT(repair == MURMURASE_REPAIR_LINES);
+  EXPECT(m.size(value) == 1);
+  EXPECT(succeeded(m.list_get(value, 0, &item)));
+  EXPECT(succeeded(m.get_integer(item, &number)));
+  EXPECT(number == 2);
+  EXPECT(succeeded(m.document_repair(document, &repair, NULL)));
+  EXPECT(kind(m.document_repair(document, NULL, NULL)) == MURMURASE_ERROR_ARGUMENT);
+  EXPECT(kind(m.document_repair(value, &repair, NULL)) == MURMURASE_ERROR_TYPE);
+  EXPECT(kind(m.document_repair(NULL, &repair, NULL)) == MURMURASE_ERROR_TYPE);
+  m.value_free(document);
+  m.value_free(value);
+  m.value_free(clip);
+
+  bool opened = false;
+  EXPECT(succeeded(m.set_open_command("true")));
+  EXPECT(succeeded(call(controller, "create_clip_with_markers", 0, NULL, NULL, &value)));
+  EXPECT(succeeded(m.get_boolean(value, &opened)));
+  EXPECT(opened);
+  m.value_free(value);
+  EXPECT(succeeded(m.set_open_command(NULL)));
+  EXPECT(succeeded(call(controller, "create_clip_with_markers", 0, NULL, NULL, &value)));
+  EXPECT(succeeded(m.get_boolean(value, &opened)));
+  EXPECT(!opened);
+  m.value_free(value);
+}
+
 static void misuse(murmurase_controller* controller, const murmurase_host* host) {
   murmurase_value* list = NULL;
   murmurase_value* record = NULL;
@@ -255,9 +309,12 @@ int main(int count, char** arguments) {
   murmurase_controller* controller = NULL;
   EXPECT(succeeded(m.controller_new(&host, &controller)));
   EXPECT(kind(m.call(controller, "to_timestamp", NULL, 0, NULL)) == MURMURASE_ERROR_NAME);
+  char* here = realpath(".", NULL);
+  setenv("XDG_DATA_HOME", here, 1);
   start();
   EXPECT(m.startup_error() == NULL);
   road(controller, arguments[2], &table);
+  clip_road(controller);
   misuse(controller, &host);
   m.controller_free(controller);
 
@@ -275,6 +332,9 @@ int main(int count, char** arguments) {
   EXPECT(kind(call(controller, "build_words_array", 1, integer(3), NULL, NULL)) ==
          MURMURASE_ERROR_NAME);
   m.controller_free(controller);
+  free(here);
+  remove("Fernwork/Parlenda.xml");
+  remove("Fernwork");
   if (failures == 0) puts("c_host: all held");
   return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

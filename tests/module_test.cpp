@@ -15,8 +15,8 @@ std::string names(const Module& module) {
 }
 
 const char* const all_operations =
-    "to_timecode to_timestamp to_frames parse_xmp_from_mov build_speakers_array build_words_array "
-    "save_to_text save_to_excel ";
+    "to_timecode to_timestamp to_frames parse_xml_file parse_xmp_from_mov build_speakers_array "
+    "build_words_array save_to_text save_to_excel create_clip_with_markers ";
 
 TEST(StartUp, WorkingFolder) {
   const struct {
@@ -62,7 +62,7 @@ TEST(StartUp, RunsOnce) {
   start_up(module);
   platform.application_support = {"/a"};
   platform.directories["/a"] = true;
-  EXPECT_TRUE(is_error(error_of([&] { start_up(module); }), ErrorKind::type, "parse_xmp_from_mov"));
+  EXPECT_TRUE(is_error(error_of([&] { start_up(module); }), ErrorKind::type, "parse_xml_file"));
   EXPECT_EQ(module.process.temp_xml_file, "/a/Fernwork/Parlenda.xml");
   EXPECT_EQ(names(module), all_operations);
 }

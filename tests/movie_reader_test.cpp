@@ -224,5 +224,14 @@ TEST(MovieReader, ExternalEntitiesAreNotLoaded) {
   std::remove(secret.c_str());
 }
 
+TEST(MovieReader, NothingIsPrinted) {
+  Desk desk;
+  desk.platform.tool_output =
+      "<?xml version=\"1.0\" encoding=\"EUC-JP\"?>\n<a>\n<b>\xFF\xFF</b></a>";
+  testing::internal::CaptureStderr();
+  parse_xmp_from_mov(desk.controller, "a.mov");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
 }  // namespace
 }  // namespace murmurase::test

@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#ifdef __linux__
+#include <sys/xattr.h>
+#endif
 #include <unistd.h>
 
 #include <csignal>
@@ -175,6 +178,65 @@ TEST_F(PlatformTest, ApplicationSupport) {
   EXPECT_FALSE(platform_.is_directory(plain));
   EXPECT_THROW(platform_.create_directory(path("a/b")), Error);
 }
+
+TEST_F(PlatformTest, ReadsFiles) {
+  const std::string large(300000, 'x');
+  for (const std::string& bytes : {std::string(), std::string("a\0b\n", 4), large}) {
+    EXPECT_EQ(platform_.read_file(make("file", bytes, fs::perms::owner_all)).view(), bytes);
+  }
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  ASSERT_EQ(write(ends[1], "piped", 5), 5);
+  close(ends[1]);
+  EXPECT_EQ(platform_.read_file(fmt::format("/dev/fd/{}", ends[0])).view(), "piped");
+  close(ends[0]);
+
+  const auto failure = [&](const std::string& file) {
+    return error_of([&] { platform_.read_file(file); });
+  };
+  EXPECT_TRUE(is_error(failure(folder_), ErrorKind::system, folder_.string() + ": Is a directory"));
+  EXPECT_TRUE(is_error(failure(path("none")), ErrorKind::system, "none: No such file"));
+  EXPECT_TRUE(is_error(failure(std::string("a\0b", 3)), ErrorKind::argument, "zero byte"));
+}
+
+TEST_F(PlatformTest, OpeningIsAcceptedByAProgramThatEndsWell) {
+  const std::string file = path("a \"$HOME\" `id`; \n.xml");
+  const std::string opener =
+      tool("test $# = 1 && printf '%s' \"$1\" >\"" + path("opened") + "\"; echo noise; exit $?");
+  testing::internal::CaptureStdout();
+  EXPECT_TRUE(platform_.open_with(opener, file));
+  EXPECT_TRUE(platform_.open_with("true", file));  // found in $PATH
+  EXPECT_FALSE(platform_.open_with("false", file));
+  EXPECT_FALSE(platform_.open_with(path("none"), file));
+  EXPECT_FALSE(platform_.open_with("", file));
+  EXPECT_FALSE(platform_.open_with(folder_, file));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(content(path("opened")), file);
+}
+
+#ifdef __linux__
+TEST_F(PlatformTest, FinderInformation) {
+  const char* const attribute = "user.com.apple.FinderInfo";
+  const std::string file = make("clip.xml", "x", fs::perms::owner_all);
+  const auto info = [&] {
+    std::string bytes(64, '\0');
+    const ssize_t length = getxattr(file.c_str(), attribute, bytes.data(), bytes.size());
+    return bytes.substr(0, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+  };
+  platform_.set_finder_info(path("none"), "KeyG");  // no error
+  platform_.set_finder_info(file, "KeyG");
+  if (setxattr(file.c_str(), "user.probe", "x", 1, 0) != 0) {
+    GTEST_SKIP() << "this file system keeps no attributes";
+  }
+  EXPECT_EQ(info(), std::string("\0\0\0\0KeyG\0\x10", 10) + std::string(22, '\0'));
+
+  std::string before = "TEXTedit\x40\x03 the rest of 22 bytes";
+  before.resize(32, '.');
+  ASSERT_EQ(setxattr(file.c_str(), attribute, before.data(), before.size(), 0), 0);
+  platform_.set_finder_info(file, "KeyG");
+  EXPECT_EQ(info(), before.replace(4, 6, "KeyG\x40\x13"));
+}
+#endif
 
 }  // namespace
 }  // namespace murmurase::test

@@ -21,6 +21,9 @@ class FakePlatform : public Platform {
   int tool_status = 0;
   std::map<std::string, std::string> files;
   bool files_can_be_written = true;
+  std::string marked;  // creator and path of the file whose Finder information was set
+  std::string opened;  // command and path
+  bool opening_is_accepted = true;
 
   std::vector<std::string> application_support_directories() override {
     return application_support;
@@ -43,9 +46,24 @@ class FakePlatform : public Platform {
     run.output.grow(tool_output.size());
     return run;
   }
+  ByteBuffer read_file(const std::string& path) override {
+    const auto file = files.find(path);
+    if (file == files.end()) throw system_error("read", path, ENOENT);
+    ByteBuffer bytes;
+    file->second.copy(bytes.room(file->second.size() + 1).data(), file->second.size());
+    bytes.grow(file->second.size());
+    return bytes;
+  }
   void replace_file(const std::string& path, std::string_view bytes) override {
     if (!files_can_be_written) throw system_error("write", path, ENOSPC);
     files[path] = bytes;
+  }
+  void set_finder_info(const std::string& path, std::string_view creator) override {
+    marked = fmt::format("{} {}", creator, path);
+  }
+  bool open_with(const std::string& command, const std::string& path) override {
+    opened = command + " " + path;
+    return opening_is_accepted;
   }
 };
 

@@ -170,6 +170,24 @@ MURMURASE_CHECKED murmurase_error* murmurase_record_set(murmurase_value* record,
 /* The key of entry `index`, counted from 0; NULL for no record or an index not below the size. */
 MURMURASE_API const char* murmurase_record_key(const murmurase_value* record, size_t index);
 
+/* How far the text of a clip file was repaired in memory before it could be parsed. */
+typedef enum murmurase_repair {
+  MURMURASE_REPAIR_NONE = 0,  /* not at all */
+  MURMURASE_REPAIR_LINES = 1, /* some lines */
+  MURMURASE_REPAIR_ALL = 2    /* every line; problems may be left, and parts of the clip missing */
+} murmurase_repair;
+
+/*
+ * Tells of a document that parse_xml_file gave how far its file was repaired. `lines` becomes a list of
+ * the repaired lines' numbers, integers from 1, ascending: empty but for MURMURASE_REPAIR_LINES, and
+ * then too when no line of the file could be told to be at fault; it may be NULL when not wanted. A
+ * document without any such history, as the working copy of an export, was not repaired.
+ * Errors: type for a value that is no document; argument for a null `repair`.
+ */
+MURMURASE_CHECKED murmurase_error* murmurase_document_repair(const murmurase_value* document,
+                                                             murmurase_repair* repair,
+                                                             murmurase_value** lines);
+
 /* ---- Controllers ----------------------------------------------------------------------------- */
 
 /*
@@ -232,6 +250,9 @@ MURMURASE_CHECKED murmurase_error* murmurase_set(murmurase_controller* controlle
  *                                                 second, a whole number from 1; "DF" or "NDF"
  *   to_timestamp(seconds)                         text: hours, minutes and seconds joined by ":"
  *   to_frames(timecode, rate[, displayformat])    integer: the label's frame count; "NDF" by default
+ *   parse_xml_file(path)                          list of the clip file's document and the name of its
+ *                                                 first top-level node, "xmeml"; a malformed file is
+ *                                                 repaired in memory, see murmurase_document_repair()
  *   parse_xmp_from_mov(movie_path)                has the XMP tool print the movie's packet and reads
  *                                                 it; list of the track-type elements, null when the
  *                                                 tool failed. Sets frame_rate, displayformat,
@@ -242,6 +263,11 @@ MURMURASE_CHECKED murmurase_error* murmurase_set(murmurase_controller* controlle
  *                                                 a whole number from 1, 100 for no limit
  *   save_to_text(grouping, path)                  writes the text transcript; null
  *   save_to_excel(grouping, path)                 writes an Excel 97-2003 workbook, a row a phrase; null
+ *   create_clip_with_markers()                    adds the phrases to a copy of clip_xml as markers,
+ *                                                 writes it to the file Parlenda.xml in the working
+ *                                                 folder and has it opened, see
+ *                                                 murmurase_set_open_command(); boolean: whether the
+ *                                                 opening was accepted. Sets words_array, in
  *
  * `arguments` may be NULL when `count` is 0. `result` may be NULL when the result is not wanted.
  * Errors: name for an unknown operation (every one before start-up); argument, "wrong number of
@@ -257,6 +283,14 @@ MURMURASE_CHECKED murmurase_error* murmurase_call(murmurase_controller* controll
  * until set. Only then is reloadData called, and speakersTableView needed.
  */
 MURMURASE_API void murmurase_set_host_ui_active(bool active);
+
+/*
+ * The program that opens written clips, for all controllers of the process: a path, or a name to be
+ * found in $PATH. It is run with the file's path as its one argument, without a shell, its standard
+ * output discarded, and waited for; the opening is accepted when it ends with status 0. NULL, as until
+ * the first call: none, and no opening is accepted. Errors: memory.
+ */
+MURMURASE_CHECKED murmurase_error* murmurase_set_open_command(const char* command);
 
 #ifdef __cplusplus
 }

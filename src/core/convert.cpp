@@ -43,6 +43,7 @@ std::string_view kind_name(const Value& value) {
   return names.at(value.data.index());
 }
 
+Value to_value(bool boolean) { return {boolean}; }
 Value to_value(double number) { return {number}; }
 Value to_value(std::int64_t number) { return {number}; }
 Value to_value(std::string text) { return {std::move(text)}; }

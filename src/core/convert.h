@@ -16,6 +16,7 @@ namespace murmurase {
 // The kind of a value as a message names it: "text", "a list", ...
 std::string_view kind_name(const Value& value);
 
+Value to_value(bool boolean);
 Value to_value(double number);
 Value to_value(std::int64_t number);
 Value to_value(std::string text);
@@ -38,8 +39,8 @@ Value to_value(const std::optional<T>& value) {
   return value ? to_value(*value) : Value{};
 }
 
-// Overwrite the target with the value, or throw a type error in which `what` names the value. A real
-// may be given as an integer, and an integer as a real that is whole.
+// Overwrite the target with the value, or throw a type error in which `what` names the value. A
+// real may be given as an integer, and an integer as a real that is whole.
 void from_value(const Value& value, std::string_view what, double& target);
 void from_value(const Value& value, std::string_view what, std::int64_t& target);
 void from_value(const Value& value, std::string_view what, std::string& target);

@@ -3,23 +3,27 @@
 #include <string>
 #include <string_view>
 
+#include "core/utf8.h"
+
 namespace murmurase {
 
-// The text on one line: control characters as backslash escapes, all else unchanged. For strangers'
-// names and texts in messages and on terminals.
+// The text on one line of UTF-8: control characters, and bytes that are no UTF-8, as backslash
+// escapes, all else unchanged. For strangers' names and texts in messages and on terminals.
 inline std::string printable(std::string_view text) {
   constexpr std::string_view hexadecimal = "0123456789ABCDEF";
   std::string result;
   result.reserve(text.size());
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == '\n') {
+  while (!text.empty()) {
+    const auto byte = static_cast<unsigned char>(text.front());
+    const std::size_t length = utf8_character(text);
+    if (byte == '\n') {
       result += "\\n";
-    } else if (byte < 0x20 || byte == 0x7F) {
+    } else if (length == 0 || byte < 0x20 || byte == 0x7F) {
       result.append("\\x").append(1, hexadecimal[byte >> 4]).append(1, hexadecimal[byte & 15]);
     } else {
-      result += c;
+      result += text.substr(0, length);
     }
+    text.remove_prefix(length == 0 ? 1 : length);
   }
   return result;
 }

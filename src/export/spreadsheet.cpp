@@ -20,8 +20,8 @@ struct Column {
 };
 
 // A timecode and a speaker's label fit into the first three.
-constexpr Column columns[] = {{"Time In", 11}, {"Time Out", 11}, {"Speaker", 10},
-                              {"Transcript", 50}, {"File Path", 0}};
+constexpr Column columns[] = {
+    {"Time In", 11}, {"Time Out", 11}, {"Speaker", 10}, {"Transcript", 50}, {"File Path", 0}};
 
 void write_header(workbook::Workbook& book) {
   const workbook::Format bold = book.add_format({.bold = true});

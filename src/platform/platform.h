@@ -15,14 +15,14 @@ struct ToolRun {
   ByteBuffer output;    // all of its standard output
 };
 
-// What the module asks of the system. Every function throws an error of kind system, with the system's
-// error number, unless it says otherwise.
+// What the module asks of the system. Every function throws an error of kind system, with the
+// system's error number, unless it says otherwise.
 class Platform {
  public:
   virtual ~Platform() = default;
 
-  // The current user's Application Support directories, the first one counting; may be none, and may
-  // begin with a tilde.
+  // The current user's Application Support directories, the first one counting; may be none, and
+  // may begin with a tilde.
   virtual std::vector<std::string> application_support_directories() = 0;
 
   // The path with a leading "~" replaced by the user's home directory; unchanged without a home.
@@ -34,15 +34,26 @@ class Platform {
   // Makes one directory, with the default permissions; its parent must exist.
   virtual void create_directory(const std::string& path) = 0;
 
-  // Has the shell run `command` with the arguments "get" and the movie's path, each of which arrives
-  // unchanged as one argument whatever characters it holds, reads all of its standard output and
-  // waits for its end. A tool that cannot be started is no error here: the shell reports it with a
-  // wait status. Argument error for a zero byte in either path.
+  // Has the shell run `command` with the arguments "get" and the movie's path, each of which
+  // arrives unchanged as one argument whatever characters it holds, reads all of its standard
+  // output and waits for its end. A tool that cannot be started is no error here: the shell reports
+  // it with a wait status. Argument error for a zero byte in either path.
   virtual ToolRun run_xmp_tool(const std::string& command, const std::string& movie_path) = 0;
+
+  // All bytes of a file. Argument error for a zero byte in the path.
+  virtual ByteBuffer read_file(const std::string& path) = 0;
 
   // Makes a file of these bytes, replacing one of that name: at every moment the path holds either
   // the old file or the whole new one. Links are followed; devices and pipes are written straight.
   virtual void replace_file(const std::string& path, std::string_view bytes) = 0;
+
+  // Hides the file's extension and sets its creator code, four characters, in the file's Finder
+  // information. Nothing happens where these cannot be kept; no error.
+  virtual void set_finder_info(const std::string& path, std::string_view creator) = 0;
+
+  // Runs `command`, a program's path or its name in $PATH, with the file's path as its one
+  // argument, and waits for its end. Gives whether it ran and ended with status 0; no error.
+  virtual bool open_with(const std::string& command, const std::string& path) = 0;
 };
 
 // The platform that this module was built for. Lives as long as the process.

@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 #include <libxml/SAX2.h>
-#include <libxml/parser.h>
-#include <libxml/parserInternals.h>
 
 #include <algorithm>
 #include <cstring>
@@ -11,22 +9,10 @@
 #include <unordered_map>
 
 #include "core/error.h"
+#include "xml/parser.h"
 
 namespace murmurase::xml {
 namespace {
-
-const char* as_char(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
-const xmlChar* as_xml(const char* text) { return reinterpret_cast<const xmlChar*>(text); }
-
-XmlDocument own(xmlDoc* document) {
-  if (document == nullptr) return nullptr;
-  return {document, xmlFreeDoc};
-}
-
-struct FreeContext {
-  void operator()(xmlParserCtxt* context) const { xmlFreeParserCtxt(context); }
-};
-using Context = std::unique_ptr<xmlParserCtxt, FreeContext>;
 
 // What one parse keeps beside libxml2's own context, which points here with _private.
 struct ValueParse {
@@ -138,47 +124,14 @@ void reference(void* context, const xmlChar* name) {
   }
 }
 
-// A lenient parser passes over what is malformed. But where it gave up on a limit, the document would
-// silently end there; that is an error.
-void note_problem(void* context, xmlErrorPtr problem) {
-  if (problem->code == XML_ERR_ENTITY_LOOP) {
-    stop(context, "its entities expand without measure");
-  } else if (problem->code == XML_ERR_INTERNAL_ERROR &&
-             static_cast<xmlParserCtxt*>(context)->nodeNr >= static_cast<int>(xmlParserMaxDepth)) {
-    stop(context, "its elements are nested too deep");
-  } else if (problem->code == XML_ERR_NAME_TOO_LONG) {
-    stop(context, "a name in it is too long");
-  } else if (problem->code == XML_ERR_UNSUPPORTED_ENCODING) {
-    stop(context, "its encoding is unknown");
-  } else if (problem->code == XML_ERR_NO_MEMORY) {
-    const bool huge =
-        problem->message != nullptr && std::strstr(problem->message, "huge") != nullptr;
-    if (!huge) state_of(context).memory_ran_out = true;
-    stop(context, "a text in it is longer than 10 MB");
+void note_problem(void* context, Problem* problem) {
+  Limits limits;
+  limits.note(*problem);
+  if (problem->code == XML_ERR_UNSUPPORTED_ENCODING) limits.passed = "its encoding is unknown";
+  if (limits.memory_ran_out) state_of(context).memory_ran_out = true;
+  if (limits.memory_ran_out || limits.passed != nullptr) {
+    stop(context, limits.memory_ran_out ? "memory has run out" : limits.passed);
   }
-}
-
-// While it lives, problems that libxml2 reports to nobody in particular are not printed.
-class QuietErrors {
- public:
-  QuietErrors() {
-    xmlSetStructuredErrorFunc(nullptr, [](void*, xmlErrorPtr) {});
-  }
-  QuietErrors(const QuietErrors&) = delete;
-  QuietErrors& operator=(const QuietErrors&) = delete;
-  ~QuietErrors() { xmlSetStructuredErrorFunc(context_, function_); }
-
- private:
-  void* context_ = xmlStructuredErrorContext;
-  xmlStructuredErrorFunc function_ = xmlStructuredError;
-};
-
-// Gives the parser the next bytes of a view and takes them off it.
-int read_piece(void* view, char* piece, int length) {
-  auto& bytes = *static_cast<std::string_view*>(view);
-  const std::size_t count = bytes.copy(piece, static_cast<std::size_t>(length));
-  bytes.remove_prefix(count);
-  return static_cast<int>(count);
 }
 
 }  // namespace
@@ -189,11 +142,8 @@ XmlDocument parse_values(std::string_view bytes, std::span<const char* const> va
     throw Error(ErrorKind::xml, fmt::format("{} cannot be read as XML: {}", what, reason));
   };
   if (bytes.empty()) fail("it is empty");
-  const QuietErrors quiet;
-  Context context(xmlNewParserCtxt());
-  if (!context) throw std::bad_alloc();
-  xmlCtxtUseOptions(context.get(), XML_PARSE_RECOVER | XML_PARSE_NONET | XML_PARSE_COMPACT);
-
+  const ProblemChannel quiet([](void*, Problem*) {}, nullptr);  // beside what the parser reports
+  const Context context = open_parser(bytes, XML_PARSE_COMPACT);
   ValueParse state;
   state.main_context = context.get();
   state.space = xmlDictLookup(context->dict, as_xml(space), -1);
@@ -210,17 +160,6 @@ XmlDocument parse_values(std::string_view bytes, std::span<const char* const> va
   sax.getEntity = get_entity;
   sax.reference = reference;
   sax.serror = note_problem;
-
-  // Handed over in small pieces; xmlReadMemory would first copy the whole packet.
-  xmlParserInputBuffer* buffer =
-      xmlParserInputBufferCreateIO(read_piece, nullptr, &bytes, XML_CHAR_ENCODING_NONE);
-  if (buffer == nullptr) throw std::bad_alloc();
-  xmlParserInput* input = xmlNewIOInputStream(context.get(), buffer, XML_CHAR_ENCODING_NONE);
-  if (input == nullptr) {
-    xmlFreeParserInputBuffer(buffer);
-    throw std::bad_alloc();
-  }
-  inputPush(context.get(), input);
   xmlParseDocument(context.get());
 
   XmlDocument document = own(context->myDoc);
@@ -232,15 +171,22 @@ XmlDocument parse_values(std::string_view bytes, std::span<const char* const> va
 }
 
 XmlDocument copy(const XmlDocument& document) {
+  Limits limits;
+  const ProblemChannel channel(note_limits, &limits);
   XmlDocument duplicate = own(xmlCopyDoc(document.get(), 1));
-  if (!duplicate) throw std::bad_alloc();
+  if (!duplicate || limits.memory_ran_out) throw std::bad_alloc();
+  duplicate->properties = document->properties;
   return duplicate;
 }
 
 bool is_named(const xmlNode* node, const Name& name) {
-  return node->type == XML_ELEMENT_NODE && node->ns != nullptr &&
-         std::strcmp(as_char(node->name), name.local) == 0 &&
-         std::strcmp(as_char(node->ns->href), name.space) == 0;
+  if (node->type != XML_ELEMENT_NODE || std::strcmp(as_char(node->name), name.local) != 0) {
+    return false;
+  }
+  if (name.space == nullptr || node->ns == nullptr) {
+    return name.space == nullptr && node->ns == nullptr;
+  }
+  return std::strcmp(as_char(node->ns->href), name.space) == 0;
 }
 
 xmlNode* first_element(const XmlDocument& document) { return xmlDocGetRootElement(document.get()); }

@@ -8,10 +8,11 @@
 
 #include "core/value.h"
 
-// A thin layer over libxml2. Nothing here reads from the network or loads an external entity or DTD.
+// A thin layer over libxml2. Nothing here reads from the network or loads an external entity or
+// DTD.
 namespace murmurase::xml {
 
-// An element's name: namespace and local name, zero-terminated.
+// An element's name: namespace, null for none, and local name, zero-terminated.
 struct Name {
   const char* space;
   const char* local;
@@ -26,12 +27,12 @@ struct Name {
 XmlDocument parse_values(std::string_view bytes, std::span<const char* const> values,
                          const char* space, std::string_view what);
 
-// A deep copy. Error: memory.
+// A deep copy, the document type and its entities included. Error: memory.
 XmlDocument copy(const XmlDocument& document);
 
 bool is_named(const xmlNode* node, const Name& name);
 
-// The document's root element.
+// The document's root element; null when it has none.
 xmlNode* first_element(const XmlDocument& document);
 
 // The element after `node` in document order, whatever its depth; null after the last.

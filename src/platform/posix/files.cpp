@@ -19,6 +19,7 @@ namespace murmurase {
 namespace {
 
 constexpr std::string_view action = "write";
+constexpr std::size_t piece = std::size_t{1} << 16;  // the least that a read is given room for
 
 int write_all(int descriptor, std::string_view bytes) {
   while (!bytes.empty()) {
@@ -32,8 +33,9 @@ int write_all(int descriptor, std::string_view bytes) {
   return 0;
 }
 
-// The number of an open descriptor that the path names, as /dev/stdout does. Writing to the descriptor
-// itself goes where its own position is; opening it by its name again would start at the beginning.
+// The number of an open descriptor that the path names, as /dev/stdout does. Writing to the
+// descriptor itself goes where its own position is; opening it by its name again would start at the
+// beginning.
 std::optional<int> named_descriptor(std::string_view path) {
   if (path == "/dev/stdout") return STDOUT_FILENO;
   if (path == "/dev/stderr") return STDERR_FILENO;
@@ -90,6 +92,12 @@ int fill_and_rename(FileDescriptor& file, const std::string& path, std::string_v
   return rename(path.c_str(), target.c_str()) == 0 ? 0 : errno;
 }
 
+void check_path(const std::string& path) {
+  if (path.find('\0') != std::string::npos) {
+    throw Error(ErrorKind::argument, fmt::format("the path {} holds a zero byte", printable(path)));
+  }
+}
+
 }  // namespace
 
 int FileDescriptor::close() {
@@ -101,7 +109,7 @@ int FileDescriptor::close() {
 
 int read_all(int descriptor, ByteBuffer& buffer) {
   while (true) {
-    const std::span<char> room = buffer.room(std::size_t{1} << 16);
+    const std::span<char> room = buffer.room(piece);
     const ssize_t count = read(descriptor, room.data(), room.size());
     if (count == 0) return 0;
     if (count > 0) {
@@ -112,10 +120,23 @@ int read_all(int descriptor, ByteBuffer& buffer) {
   }
 }
 
-void replace_file(const std::string& path, std::string_view bytes) {
-  if (path.find('\0') != std::string::npos) {
-    throw Error(ErrorKind::argument, fmt::format("the path {} holds a zero byte", printable(path)));
+ByteBuffer read_file(const std::string& path) {
+  check_path(path);
+  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  if (file.get() < 0) throw system_error("read", path, errno);
+  struct stat status {};
+  ByteBuffer bytes;
+  if (fstat(file.get(), &status) == 0 && status.st_size > 0) {
+    bytes.room(static_cast<std::size_t>(status.st_size) + piece);  // the last one finds the end
   }
+  if (const int error = read_all(file.get(), bytes); error != 0) {
+    throw system_error("read", path, error);
+  }
+  return bytes;
+}
+
+void replace_file(const std::string& path, std::string_view bytes) {
+  check_path(path);
   const std::string target = resolve_links(path);
   if (const std::optional<int> descriptor = named_descriptor(target)) {
     write_straight(path, *descriptor, bytes);

@@ -29,6 +29,9 @@ class FileDescriptor {
 // Appends all there is to read. Gives 0, or errno.
 [[nodiscard]] int read_all(int descriptor, ByteBuffer& buffer);
 
+// As Platform::read_file.
+ByteBuffer read_file(const std::string& path);
+
 // As Platform::replace_file.
 void replace_file(const std::string& path, std::string_view bytes);
 

@@ -15,6 +15,7 @@
 #include "core/error.h"
 #include "platform/platform.h"
 #include "platform/posix/files.h"
+#include "platform/posix/finder_info.h"
 
 extern char** environ;  // NOLINT: POSIX has no header for it
 
@@ -49,12 +50,26 @@ std::pair<FileDescriptor, FileDescriptor> make_pipe() {
   return {std::move(read_end), clear(ends[1])};
 }
 
-// Starts /bin/sh with the command text, its standard output going to `output`. The host's handling of
-// a closed pipe is not the tool's.
-pid_t start_shell(std::string text, int output) {
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+// The streams that a program is started with.
+class FileActions {
+ public:
+  FileActions() { posix_spawn_file_actions_init(&actions_); }
+  FileActions(const FileActions&) = delete;
+  FileActions& operator=(const FileActions&) = delete;
+  ~FileActions() { posix_spawn_file_actions_destroy(&actions_); }
+
+  posix_spawn_file_actions_t* get() { return &actions_; }
+
+ private:
+  posix_spawn_file_actions_t actions_{};
+};
+
+// Starts a program, found in $PATH when its name has no slash. The host's handling of a closed pipe
+// is not the program's. Gives 0, or errno.
+int start(pid_t& child, const char* program, FileActions& actions, std::vector<std::string> words) {
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   sigset_t defaults;
@@ -62,25 +77,29 @@ pid_t start_shell(std::string text, int output) {
   sigaddset(&defaults, SIGPIPE);
   posix_spawnattr_setsigdefault(&attributes, &defaults);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
-
-  std::string shell = "sh";
-  std::string option = "-c";
-  const std::array<char*, 4> arguments = {shell.data(), option.data(), text.data(), nullptr};
-  pid_t child = 0;
   const int error =
-      posix_spawn(&child, "/bin/sh", &actions, &attributes, arguments.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
+      posix_spawnp(&child, program, actions.get(), &attributes, arguments.data(), environ);
   posix_spawnattr_destroy(&attributes);
-  if (error != 0) throw system_error("start", "/bin/sh for the XMP tool", error);
+  return error;
+}
+
+// Has /bin/sh run the command text, its standard output going to `output`.
+pid_t start_shell(const std::string& text, int output) {
+  FileActions actions;
+  posix_spawn_file_actions_adddup2(actions.get(), output, STDOUT_FILENO);
+  pid_t child = 0;
+  if (const int error = start(child, "/bin/sh", actions, {"sh", "-c", text}); error != 0) {
+    throw system_error("start", "/bin/sh for the XMP tool", error);
+  }
   return child;
 }
 
-int wait_for(pid_t child) {
-  int status = 0;
+// Waits for the child's end. Gives 0, or errno.
+int wait_for(pid_t child, int& status) {
   while (waitpid(child, &status, 0) < 0) {
-    if (errno != EINTR) throw system_error("learn the end of", "the XMP tool", errno);
+    if (errno != EINTR) return errno;
   }
-  return status;
+  return 0;
 }
 
 class PosixPlatform : public Platform {
@@ -134,17 +153,35 @@ class PosixPlatform : public Platform {
       read_error = read_all(read_end.get(), run.output);
     } catch (...) {
       read_end.close();  // the tool meets a closed pipe, and ends
-      wait_for(child);
+      static_cast<void>(wait_for(child, run.wait_status));
       throw;
     }
     read_end.close();
-    run.wait_status = wait_for(child);
+    if (const int error = wait_for(child, run.wait_status); error != 0) {
+      throw system_error("learn the end of", "the XMP tool", error);
+    }
     if (read_error != 0) throw system_error("read the output of", command, read_error);
     return run;
   }
 
+  ByteBuffer read_file(const std::string& path) override { return murmurase::read_file(path); }
+
   void replace_file(const std::string& path, std::string_view bytes) override {
     murmurase::replace_file(path, bytes);
+  }
+
+  void set_finder_info(const std::string& path, std::string_view creator) override {
+    murmurase::set_finder_info(path, creator);
+  }
+
+  // What the program prints is not the host's output.
+  bool open_with(const std::string& command, const std::string& path) override {
+    FileActions actions;
+    posix_spawn_file_actions_addopen(actions.get(), STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    pid_t child = 0;
+    int status = 0;
+    return start(child, command.c_str(), actions, {command, path}) == 0 &&
+           wait_for(child, status) == 0 && status == 0;
   }
 };
 

@@ -20,9 +20,7 @@ template <std::unsigned_integral Field>
 void store(char* place, Field field) {
   for (std::size_t i = 0; i < sizeof field; ++i) place[i] = static_cast<char>(field >> (8 * i));
 }
-inline void store(char* place, double field) {
-  store(place, std::bit_cast<std::uint64_t>(field));
-}
+inline void store(char* place, double field) { store(place, std::bit_cast<std::uint64_t>(field)); }
 inline void store(char* place, std::string_view field) {
   std::memcpy(place, field.data(), field.size());
 }

@@ -57,9 +57,7 @@ std::uint32_t SharedStrings::add(std::string_view encoded) {
   return index;
 }
 
-void SharedStrings::finish() {
-  std::vector<Slot>().swap(slots_);
-}
+void SharedStrings::finish() { std::vector<Slot>().swap(slots_); }
 
 void SharedStrings::write(RecordStream& out, std::uint32_t references) const {
   const std::size_t count = offsets_.size();

@@ -32,9 +32,7 @@ void put_in_order(std::vector<Cell>& cells) {
 
 }  // namespace
 
-void Workbook::Unref::operator()(void* object) const {
-  g_object_unref(object);
-}
+void Workbook::Unref::operator()(void* object) const { g_object_unref(object); }
 
 void Workbook::require_open(const char* operation) const {
   if (state_ == State::open) return;

@@ -1,0 +1,204 @@
+#include "export/marker_clip.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <limits>
+#include <memory>
+
+#include "core/convert.h"
+#include "core/error.h"
+#include "core/numbers.h"
+#include "model/speaker_list.h"
+#include "model/word_grouping.h"
+#include "platform/platform.h"
+#include "xml/document.h"
+#include "xml/edit.h"
+
+namespace murmurase {
+namespace {
+
+struct Colour {
+  const char* red;
+  const char* green;
+  const char* blue;
+};
+
+// Red, orange, yellow, green, turquoise, blue, purple and pink; the halves are not all the same.
+constexpr std::array<Colour, 8> palette = {{{"255", "0", "0"},
+                                            {"255", "127", "0"},
+                                            {"255", "255", "0"},
+                                            {"48", "191", "72"},
+                                            {"48", "191", "191"},
+                                            {"0", "128", "255"},
+                                            {"127", "0", "255"},
+                                            {"255", "0", "127"}}};
+
+constexpr std::int64_t first_coloured_version = 5;
+constexpr std::string_view final_cut_pro_creator = "KeyG";
+
+constexpr xml::Name plain_name(const char* local) { return {nullptr, local}; }
+
+std::string clip_name(const XmlDocument& clip) {
+  return clip->URL == nullptr
+             ? "the clip"
+             : fmt::format("the clip {}", printable(reinterpret_cast<const char*>(clip->URL)));
+}
+
+xmlNode* found(xmlNode* node, const XmlDocument& clip, std::string_view what) {
+  if (node == nullptr) {
+    throw Error(ErrorKind::missing_value, fmt::format("{} has no {}", clip_name(clip), what));
+  }
+  return node;
+}
+
+// The first element of that name anywhere in the document, or null.
+xmlNode* first_named(const XmlDocument& document, const char* local) {
+  xmlNode* node = xml::first_element(document);
+  while (node != nullptr && !xml::is_named(node, plain_name(local))) node = xml::next_element(node);
+  return node;
+}
+
+// The first rate/timebase below the clip, or null; the first rate may have none.
+xmlNode* timebase_of(const xmlNode* clip) {
+  for (const xmlNode* rate = clip->children; rate != nullptr; rate = rate->next) {
+    if (!xml::is_named(rate, plain_name("rate"))) continue;
+    if (xmlNode* timebase = xml::child(rate, plain_name("timebase"))) return timebase;
+  }
+  return nullptr;
+}
+
+struct Marker {
+  std::string_view name;
+  std::string_view comment;
+  const Colour* colour;  // null for none
+  std::int64_t in;       // frames
+  std::int64_t out;
+};
+
+// Makes the markers of one clip. Each has this form, with single spaces that belong to it, and the
+// colour only from version 5 on:
+//
+//   <marker> <name></name> <comment></comment>
+//   <color><alpha>0</alpha><red></red><green></green><blue></blue></color> <in></in> <out></out>
+//   </marker>
+class MarkerBuilder {
+ public:
+  explicit MarkerBuilder(xmlNode* clip) : clip_(clip), build_(clip->doc) {}
+
+  void append(const Marker& marker) {
+    std::unique_ptr<xmlNode, decltype(&xmlFreeNode)> node(build_.element(nullptr, marker_),
+                                                          xmlFreeNode);
+    field(node.get(), name_, marker.name);
+    field(node.get(), comment_, marker.comment);
+    if (marker.colour != nullptr) {
+      build_.shared_text(node.get(), blank_);
+      xmlNode* colour = build_.element(node.get(), color_);
+      build_.shared_text(build_.element(colour, alpha_), zero_);
+      build_.shared_text(build_.element(colour, red_), build_.share(marker.colour->red));
+      build_.shared_text(build_.element(colour, green_), build_.share(marker.colour->green));
+      build_.shared_text(build_.element(colour, blue_), build_.share(marker.colour->blue));
+    }
+    const fmt::format_int in(marker.in);
+    const fmt::format_int out(marker.out);
+    field(node.get(), in_, {in.data(), in.size()});
+    field(node.get(), out_, {out.data(), out.size()});
+    build_.shared_text(node.get(), blank_);
+    xmlAddChild(clip_, node.release());
+  }
+
+ private:
+  void field(xmlNode* marker, xml::Builder::Shared name, std::string_view text) {
+    build_.shared_text(marker, blank_);
+    build_.text(build_.element(marker, name), text);
+  }
+
+  using Shared = xml::Builder::Shared;
+  xmlNode* clip_;
+  xml::Builder build_;
+  Shared blank_ = build_.share(" ");
+  Shared zero_ = build_.share("0");
+  Shared marker_ = build_.share("marker");
+  Shared name_ = build_.share("name");
+  Shared comment_ = build_.share("comment");
+  Shared color_ = build_.share("color");
+  Shared alpha_ = build_.share("alpha");
+  Shared red_ = build_.share("red");
+  Shared green_ = build_.share("green");
+  Shared blue_ = build_.share("blue");
+  Shared in_ = build_.share("in");
+  Shared out_ = build_.share("out");
+};
+
+void check_text(std::string_view text, std::string_view what, std::size_t phrase) {
+  if (xml::can_hold(text)) return;
+  throw Error(ErrorKind::xml,
+              fmt::format("{} of phrase {}, \"{}\", cannot be written to a clip: XML holds neither "
+                          "control characters nor bytes that are not UTF-8",
+                          what, phrase + 1, printable(text.substr(0, 80))));
+}
+
+// The phrase's start frame.
+std::int64_t start_frame(const WordGroup& phrase, std::int64_t timebase) {
+  constexpr std::string_view what = "the start frame of a phrase";
+  const std::int64_t frame =
+      truncate_to_integer(phrase.time_in * static_cast<double>(timebase), what);
+  if (frame == std::numeric_limits<std::int64_t>::min()) {
+    throw Error(ErrorKind::range, fmt::format("{} is too far before the movie's start", what));
+  }
+  return frame;
+}
+
+void add_markers(Controller& controller, xmlNode* clip, bool coloured, std::int64_t timebase) {
+  const std::vector<SpeakerEntry>& speakers = required(controller.speakers_array, "speakers_array");
+  const std::vector<WordGroup>& phrases = required(controller.words_array, "words_array");
+  const SpeakerLookup lookup(speakers);
+  MarkerBuilder builder(clip);
+  std::int64_t& in = controller.in.emplace(0);
+  for (std::size_t i = 0; i < phrases.size(); ++i) {
+    const SpeakerEntry& speaker = lookup.get(phrases[i].speaker);
+    const auto position = static_cast<std::size_t>(&speaker - speakers.data());
+    check_text(display_name(speaker), "the speaker's name", i);
+    check_text(phrases[i].words, "the words", i);
+    const std::int64_t start = start_frame(phrases[i], timebase);
+    builder.append({display_name(speaker), phrases[i].words,
+                    coloured ? &palette[position % palette.size()] : nullptr,
+                    std::exchange(in, start), start - 1});
+  }
+}
+
+}  // namespace
+
+bool create_clip_with_markers(Controller& controller) {
+  std::int64_t grouping = 0;
+  from_value(to_value(controller.host.wordGroupingSlider_value()), "wordGroupingSlider_value",
+             grouping);
+  build_words_array(controller, grouping);
+  if (!controller.clip_xml_clone) {
+    controller.clip_xml_clone = xml::copy(required(controller.clip_xml, "clip_xml"));
+  }
+  const XmlDocument document = *controller.clip_xml_clone;
+
+  const xmlNode* xmeml = found(first_named(document, "xmeml"), document, "xmeml element");
+  const bool coloured =
+      leading_integer(xml::attribute_start(xmeml, "version")) >= first_coloured_version;
+  xmlNode* clip = found(first_named(document, "clip"), document, "clip element");
+  xml::set_text(
+      found(xml::child(clip, plain_name("updatebehavior")), document, "updatebehavior in its clip"),
+      "add");
+  const xmlNode* timebase = found(timebase_of(clip), document, "rate/timebase in its clip");
+  add_markers(controller, clip, coloured, leading_integer(xml::text_start(timebase)));
+
+  Process& process = controller.process;
+  if (!process.temp_xml_file) {
+    throw Error(ErrorKind::name,
+                "TEMP_XML_FILE is not set: start-up found no Application Support directory");
+  }
+  const std::string& path = *process.temp_xml_file;
+  process.platform.replace_file(path, xml::serialize(document, clip_name(document)));
+  controller.clip_xml_clone.reset();
+  process.platform.set_finder_info(path, final_cut_pro_creator);
+  return process.open_command && process.platform.open_with(*process.open_command, path);
+}
+
+}  // namespace murmurase

@@ -1,0 +1,157 @@
+#include "xml/edit.h"
+
+#include <fmt/format.h>
+#include <libxml/xmlsave.h>
+
+#include <new>
+
+#include "core/error.h"
+#include "core/utf8.h"
+#include "xml/parser.h"
+#include "xml/recovery.h"
+
+namespace murmurase::xml {
+namespace {
+
+constexpr std::size_t enough = 4096;
+
+// Hostile entities may stand for texts without measure, so it stops at enough.
+void gather(const xmlNode* node, std::string& text) {
+  for (; node != nullptr && text.size() < enough; node = node->next) {
+    if (node->type == XML_ELEMENT_NODE) {
+      gather(node->children, text);
+    } else if (node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE) {
+      if (node->content != nullptr) text += as_char(node->content);
+    } else if (node->type == XML_ENTITY_REF_NODE) {
+      const xmlEntity* entity = xmlGetDocEntity(node->doc, node->name);
+      if (entity != nullptr && entity->content != nullptr) text += as_char(entity->content);
+    }
+  }
+}
+
+xmlNode* checked(xmlNode* node) {
+  if (node == nullptr) throw std::bad_alloc();
+  return node;
+}
+
+struct Output {
+  std::string bytes;
+  std::string problem;
+  bool memory_ran_out = false;
+};
+
+int append(void* data, const char* piece, int length) noexcept {
+  auto& output = *static_cast<Output*>(data);
+  try {
+    output.bytes.append(piece, static_cast<std::size_t>(length));
+    return length;
+  } catch (...) {
+    output.memory_ran_out = true;
+    return -1;
+  }
+}
+
+void note_problem(void* data, Problem* problem) noexcept {
+  auto& output = *static_cast<Output*>(data);
+  output.memory_ran_out |= problem->code == XML_ERR_NO_MEMORY;
+  try {
+    if (output.problem.empty()) output.problem = printable(problem->message);
+  } catch (...) {
+    output.memory_ran_out = true;
+  }
+}
+
+}  // namespace
+
+bool can_hold(std::string_view text) {
+  while (!text.empty()) {
+    const auto first = static_cast<unsigned char>(text.front());
+    if (first < 0x80) {
+      if (first < 0x20 && first != '\t' && first != '\n' && first != '\r') return false;
+      text.remove_prefix(1);
+      continue;
+    }
+    const std::size_t length = utf8_character(text);
+    const std::string_view character = text.substr(0, length);
+    if (length == 0 || character == "\xEF\xBF\xBE" || character == "\xEF\xBF\xBF") return false;
+    text.remove_prefix(length);
+  }
+  return true;
+}
+
+std::string text_start(const xmlNode* element) {
+  std::string text;
+  gather(element->children, text);
+  return text;
+}
+
+std::string attribute_start(const xmlNode* element, const char* name) {
+  std::string text;
+  const xmlAttr* attribute = xmlHasNsProp(element, as_xml(name), nullptr);
+  if (attribute == nullptr) return text;
+  if (attribute->type == XML_ATTRIBUTE_DECL) {  // a default of the document type
+    const auto* declared = reinterpret_cast<const xmlAttribute*>(attribute);
+    if (declared->defaultValue != nullptr) text = as_char(declared->defaultValue);
+  } else {
+    gather(attribute->children, text);
+  }
+  return text;
+}
+
+void set_text(xmlNode* element, std::string_view text) {
+  xmlNodeSetContent(element, nullptr);
+  Builder(element->doc).text(element, text);
+}
+
+Builder::Builder(xmlDoc* document) : document_(document) {
+  if (document->dict == nullptr) document->dict = xmlDictCreate();
+  if (document->dict == nullptr) throw std::bad_alloc();
+}
+
+Builder::Shared Builder::share(const char* text) {
+  Shared shared = xmlDictLookup(document_->dict, as_xml(text), -1);
+  if (shared == nullptr) throw std::bad_alloc();
+  return shared;
+}
+
+xmlNode* Builder::element(xmlNode* parent, Shared name) {
+  xmlNode* node =
+      checked(xmlNewDocNodeEatName(document_, nullptr, const_cast<xmlChar*>(name), nullptr));
+  return parent == nullptr ? node : xmlAddChild(parent, node);
+}
+
+void Builder::text(xmlNode* parent, std::string_view text) {
+  if (text.empty()) return;
+  xmlNode* node =
+      checked(xmlNewDocTextLen(document_, as_xml(text.data()), static_cast<int>(text.size())));
+  xmlAddChild(parent, node);
+  if (node->content == nullptr) throw std::bad_alloc();
+}
+
+void Builder::shared_text(xmlNode* parent, Shared text) {
+  xmlNode* node = checked(xmlNewDocText(document_, nullptr));
+  node->content = const_cast<xmlChar*>(text);
+  xmlAddChild(parent, node);
+}
+
+std::string serialize(const XmlDocument& document, std::string_view what) {
+  const auto fail = [&](std::string_view reason) {
+    throw Error(ErrorKind::xml, fmt::format("{} cannot be written as XML: {}", what, reason));
+  };
+  Output output;
+  const ProblemChannel channel(note_problem, &output);
+  xmlSaveCtxt* save = xmlSaveToIO(append, nullptr, &output, nullptr, XML_SAVE_FORMAT);
+  const bool saved = save != nullptr && xmlSaveDoc(save, document.get()) >= 0;
+  const bool closed = save != nullptr && xmlSaveClose(save) >= 0;
+  if (output.memory_ran_out) throw std::bad_alloc();
+  if (!output.problem.empty()) fail(output.problem);
+  if (!saved || !closed) fail("the writer failed");
+  // Recovery may build what no XML can say, such as a comment with two hyphens in it.
+  if ((document->properties & XML_DOC_WELLFORMED) == 0) {
+    const Recovery reread = recover(output.bytes, Blanks::keep);
+    if (!reread.well_formed) fail(reread.first_problem);
+  }
+  return std::move(output.bytes);
+}
+
+}  // namespace murmurase::xml

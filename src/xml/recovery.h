@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/value.h"
+
+namespace murmurase::xml {
+
+// What a parse that passes over everything malformed gives.
+struct Recovery {
+  XmlDocument document;  // null when none could be built at all
+  std::vector<int>
+      problem_lines;            // each problem's line of the bytes, from 1, in the order reported;
+                                // 0 for a problem without a place. Not one line twice in a row.
+  std::string first_problem;    // "the parser's words (line 5)"; empty without problems
+  const char* limit = nullptr;  // the limit against hostile documents at which the document ends
+  bool well_formed = false;
+};
+
+// What becomes of text nodes that hold nothing but white space between elements.
+enum class Blanks { drop, keep };
+
+// Parses the bytes, in whatever encoding they declare. The document keeps its document type and the
+// entities that this declares, and references to them. Error: memory.
+Recovery recover(std::string_view bytes, Blanks blanks);
+
+}  // namespace murmurase::xml
