@@ -216,6 +216,15 @@ const murmurase_error* murmurase_startup_error(void) {
   return outside != nullptr ? outside : error;
 }
 
+const char* murmurase_temp_xml_file(void) {
+  const char* path = nullptr;
+  murmurase_error* const outside = guarded([&] {
+    const auto& file = startup().module.process.temp_xml_file;
+    if (file) path = file->c_str();
+  });
+  return outside != nullptr ? nullptr : path;
+}
+
 murmurase_error* murmurase_new_boolean(bool boolean, murmurase_value** result) {
   return make({boolean}, result);
 }

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <vector>
 
+#include "clip.h"
 #include "core/printable.h"
 
 namespace host {
@@ -32,12 +33,16 @@ template <typename Command>
 void with_movie(const MovieOptions& options, const Command& command) {
   load_module();
   try {
-    Controller controller;
+    Controller controller(options.words);
     read_movie(controller, options);
     command(controller);
   } catch (const Failure& failure) {
     throw movie_failure(options.movie, failure.what());
   }
+}
+
+std::string standard_output_or(const std::string& output) {
+  return output == "-" ? "/dev/stdout" : output;
 }
 
 std::int64_t whole_rate(double rate) { return std::llround(rate); }
@@ -146,7 +151,32 @@ void print_phrases(const MovieOptions& options, bool as_json) {
 
 void write_text(const MovieOptions& options, const std::string& output) {
   with_movie(options, [&](Controller& controller) {
-    controller.call("save_to_text", {options.words, output == "-" ? "/dev/stdout" : output});
+    controller.call("save_to_text", {options.words, standard_output_or(output)});
+  });
+}
+
+void write_excel(const MovieOptions& options, const std::string& output) {
+  with_movie(options, [&](Controller& controller) {
+    controller.call("save_to_excel", {options.words, standard_output_or(output)});
+  });
+}
+
+void write_markers(const MovieOptions& options, const std::string& clip, const std::string& output,
+                   const std::string& open_with) {
+  if (!output.empty()) {
+    const ClipTarget target(standard_output_or(output));
+    with_movie(options, [&](Controller& controller) {
+      tell_repair(clip, export_markers(controller, clip, &target));
+    });
+    if (!open_with.empty()) open_file(open_with, output);
+    return;
+  }
+  with_movie(options, [&](Controller& controller) {
+    if (!open_with.empty()) set_open_command(open_with);
+    const MarkerExport done = export_markers(controller, clip, nullptr);
+    tell_repair(clip, done);
+    print(temp_xml_file() + '\n');
+    if (!open_with.empty() && !done.opened) throw not_opened(open_with, temp_xml_file());
   });
 }
 

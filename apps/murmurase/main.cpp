@@ -7,6 +7,7 @@
 #include <exception>
 #include <string>
 
+#include "batch.h"
 #include "commands.h"
 #include "core/printable.h"
 
@@ -32,8 +33,8 @@ std::int64_t words_of(const std::string& text) {
   return number;
 }
 
-void add_movie(CLI::App& command, host::MovieOptions& options) {
-  command.add_option("MOVIE", options.movie, "A QuickTime movie, or an .xmp file")->required();
+// What the commands share that read one movie or many.
+void add_movie_options(CLI::App& command, host::MovieOptions& options) {
   command.add_option("--xmp-tool", options.xmp_tool,
                      "The XMP tool that prints the movie's packet (default: murmurase-xmp beside "
                      "this program)");
@@ -49,6 +50,11 @@ void add_movie(CLI::App& command, host::MovieOptions& options) {
       .add_option("--names", options.names_file,
                   "Name speakers by a file: what 'speakers --json' prints, \"Name\"s filled in")
       ->type_name("FILE");
+}
+
+void add_movie(CLI::App& command, host::MovieOptions& options) {
+  command.add_option("MOVIE", options.movie, "A QuickTime movie, or an .xmp file")->required();
+  add_movie_options(command, options);
 }
 
 void add_words(CLI::App& command, host::MovieOptions& options) {
@@ -100,8 +106,74 @@ void add_timecode(CLI::App& app, TimecodeOptions& options) {
   clock->callback([&] { host::print_clock(options.number); });
 }
 
+// What is left of a command line: the outputs, and what the marker clip is made of.
+struct OutputOptions {
+  std::string output;
+  std::string clip;
+  std::string open_with;
+};
+
+void add_exports(CLI::App& app, host::MovieOptions& options, OutputOptions& outputs) {
+  CLI::App* text = app.add_subcommand("text", "Write the text transcript");
+  add_movie(*text, options);
+  text->add_option("OUT", outputs.output, "The file to write; - is standard output")->required();
+  add_words(*text, options);
+  text->footer(
+      "Example:\n  murmurase text interview.mov interview.txt --words 12 --name 'Speaker 1=Anna'");
+  text->callback([&] { host::write_text(options, outputs.output); });
+
+  CLI::App* excel = app.add_subcommand("excel", "Write an Excel 97-2003 workbook, a row a phrase");
+  add_movie(*excel, options);
+  excel->add_option("OUT", outputs.output, "The file to write; - is standard output")->required();
+  add_words(*excel, options);
+  excel->footer("Example:\n  murmurase excel interview.mov interview.xls --words 12");
+  excel->callback([&] { host::write_excel(options, outputs.output); });
+
+  CLI::App* markers =
+      app.add_subcommand("markers", "Write a Final Cut Pro XML clip with the phrases as markers");
+  add_movie(*markers, options);
+  markers
+      ->add_option("CLIP", outputs.clip,
+                   "The Final Cut Pro XML clip to add them to; it is not changed")
+      ->required();
+  markers->add_option(
+      "OUT", outputs.output,
+      "The file to write; - is standard output; without it, the file in the working "
+      "folder whose path is printed");
+  add_words(*markers, options);
+  markers->add_option("--open-with", outputs.open_with, "The program to open the written clip with")
+      ->type_name("COMMAND");
+  markers->footer("Example:\n  murmurase markers interview.mov clip.xml marked.xml --words 12");
+  markers->callback([&] {
+    if (outputs.output == "-" && !outputs.open_with.empty()) {
+      throw CLI::ValidationError("--open-with needs a file, not standard output");
+    }
+    host::write_markers(options, outputs.clip, outputs.output, outputs.open_with);
+  });
+}
+
+// Gives the exit status when it has run.
+void add_batch(CLI::App& app, host::BatchOptions& batch, int& status) {
+  CLI::App* command = app.add_subcommand(
+      "export", "Write transcript, workbook and marker clip of many movies into a folder");
+  command->add_option("MOVIE", batch.movies, "QuickTime movies, or .xmp files")->required();
+  command->add_option("--out", batch.folder, "The folder to write into; made when missing")
+      ->required()
+      ->type_name("DIR");
+  command->add_option("--clip", batch.clip, "A Final Cut Pro XML clip: write marker clips too");
+  command->add_option("--jobs", batch.jobs, "Movies at once; one for each processor by default")
+      ->type_name("N")
+      ->check(CLI::Range(1, 1024));
+  add_movie_options(*command, batch.movie);
+  add_words(*command, batch.movie);
+  command->footer("Example:\n  murmurase export day1/*.mov --out day1-transcripts --words 12");
+  command->callback([&] { status = host::export_movies(batch) ? success : failed; });
+}
+
 int run(int count, char** arguments) {
-  CLI::App app("From a movie's speech transcription to a transcript.", "murmurase");
+  CLI::App app(
+      "From a movie's speech transcription to a transcript, a workbook, a clip of markers.",
+      "murmurase");
   app.set_version_flag("--version", "murmurase " MURMURASE_RELEASE);
   app.require_subcommand(1);
   app.footer(
@@ -109,13 +181,18 @@ int run(int count, char** arguments) {
       "  murmurase speakers interview.mov\n"
       "  murmurase phrases interview.mov --words 8\n"
       "  murmurase text interview.mov interview.txt --name 'Speaker 1=Anna'\n"
+      "  murmurase excel interview.mov interview.xls\n"
+      "  murmurase markers interview.mov clip.xml marked.xml\n"
+      "  murmurase export day1/*.mov --out day1-transcripts\n"
       "  murmurase timecode label 107892 --rate 29.97 --drop-frame\n"
       "'murmurase COMMAND --help' tells more of each. Exit status: 0 success, 1 failure, 2 wrong "
       "usage.");
   host::MovieOptions options;
   bool as_json = false;
-  std::string output;
+  OutputOptions outputs;
+  host::BatchOptions batch;
   TimecodeOptions timecode;
+  int status = success;
 
   CLI::App* speakers = app.add_subcommand("speakers", "List the speakers, one identifier a line");
   add_movie(*speakers, options);
@@ -130,19 +207,13 @@ int run(int count, char** arguments) {
   phrases->footer("Example:\n  murmurase phrases interview.mov --words 8");
   phrases->callback([&] { host::print_phrases(options, as_json); });
 
-  CLI::App* text = app.add_subcommand("text", "Write the text transcript");
-  add_movie(*text, options);
-  text->add_option("OUT", output, "The file to write; - is standard output")->required();
-  add_words(*text, options);
-  text->footer(
-      "Example:\n  murmurase text interview.mov interview.txt --words 12 --name 'Speaker 1=Anna'");
-  text->callback([&] { host::write_text(options, output); });
-
+  add_exports(app, options, outputs);
+  add_batch(app, batch, status);
   add_timecode(app, timecode);
 
   try {
     app.parse(count, arguments);
-    return success;
+    return status;
   } catch (const CLI::Success& asked) {
     return app.exit(asked);
   } catch (const CLI::ParseError& error) {

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <utility>
 #include <vector>
@@ -18,11 +19,11 @@ namespace fs = std::filesystem;
 // The functions of the interface that this host calls.
 // clang-format off
 #define FUNCTIONS(F) \
-  F(call) F(controller_new) F(error_free) F(error_message) F(get) F(get_boolean)         \
-  F(get_integer) F(get_real) F(get_text) F(interface_version) F(list_append) F(list_get) \
-  F(new_integer) F(new_list) F(new_real) F(new_record) F(new_text) F(record_get)         \
-  F(record_key) F(record_set) F(set) F(set_host_ui_active) F(size) F(startup_error)      \
-  F(value_free) F(value_kind)
+  F(call) F(controller_new) F(document_repair) F(error_free) F(error_message) F(get)        \
+  F(get_boolean) F(get_integer) F(get_real) F(get_text) F(interface_version) F(list_append) \
+  F(list_get) F(new_integer) F(new_list) F(new_real) F(new_record) F(new_text)              \
+  F(record_get) F(record_key) F(record_set) F(set) F(set_host_ui_active)                    \
+  F(set_open_command) F(size) F(startup_error) F(temp_xml_file) F(value_free) F(value_kind)
 // clang-format on
 
 struct Interface {
@@ -76,6 +77,7 @@ fs::path program_folder() {
 }
 
 void load_module() {
+  if (module.start != nullptr) return;
   const fs::path folder = program_folder();
   void* library = nullptr;
   std::string reason;
@@ -101,10 +103,10 @@ void load_module() {
                     "install program and module together",
                     module.interface_version(), MURMURASE_INTERFACE_VERSION));
   }
-  find(library, "Init_murmurase_algorithm", module.start);
 #define FIND(name) find(library, "murmurase_" #name, module.name);
   FUNCTIONS(FIND)
 #undef FIND
+  find(library, "Init_murmurase_algorithm", module.start);
 
   module.start();
   if (const murmurase_error* error = module.startup_error()) {
@@ -182,8 +184,22 @@ Value to_value(const json& data) {
   return nullptr;
 }
 
-Controller::Controller() {
-  const murmurase_host callbacks = {};
+std::string temp_xml_file() {
+  const char* path = module.temp_xml_file();
+  if (path == nullptr) throw Failure("there is no home to keep the clip in; name a file to write");
+  return path;
+}
+
+void set_open_command(const std::string& command) {
+  check(module.set_open_command(command.c_str()));
+}
+
+Controller::Controller(std::int64_t words) : words_(words) {
+  const auto slider = [](void* context, double* value) {
+    *value = static_cast<double>(*static_cast<std::int64_t*>(context));
+    return true;
+  };
+  const murmurase_host callbacks = {&words_, slider, nullptr};
   check(module.controller_new(&callbacks, &controller_));
   alive = controller_;
 }
@@ -198,6 +214,29 @@ bool Controller::holds(const char* name) const { return field(name) != nullptr; 
 
 void Controller::set(const char* name, const json& value) {
   check(module.set(controller_, name, to_value(value).get()));
+}
+
+std::string Controller::read_clip(const std::string& path) {
+  const Value file = call("parse_xml_file", {path});
+  const murmurase_value* document = nullptr;
+  check(module.list_get(file.get(), 0, &document));
+  check(module.set(controller_, "clip_xml", document));
+  murmurase_repair repair = MURMURASE_REPAIR_NONE;
+  const Value lines = make(
+      [&](murmurase_value** result) { return module.document_repair(document, &repair, result); });
+  if (repair == MURMURASE_REPAIR_NONE) return {};
+  if (repair == MURMURASE_REPAIR_ALL) return "all its lines; parts of it may be missing";
+  const json numbers = to_json(lines.get());
+  if (numbers.empty()) return "its line breaks";
+  constexpr std::size_t most_shown = 10;
+  std::string text = numbers.size() == 1 ? "line " : "lines ";
+  for (std::size_t i = 0; i < std::min(numbers.size(), most_shown); ++i) {
+    text += (i == 0 ? "" : ", ") + numbers[i].dump();
+  }
+  if (numbers.size() > most_shown) {
+    text += fmt::format(" and {} more", numbers.size() - most_shown);
+  }
+  return text;
 }
 
 Value Controller::call(const char* operation, std::initializer_list<json> arguments) {

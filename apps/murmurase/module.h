@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <initializer_list>
 #include <memory>
@@ -27,28 +28,40 @@ using Value = std::unique_ptr<murmurase_value, FreeValue>;
 // The folder that this program was started from.
 std::filesystem::path program_folder();
 
-// Loads and starts the module that belongs to this program. Once, before all else here.
+// Loads and starts the module that belongs to this program, before all else here; once, whoever
+// asks.
 void load_module();
 
 // Values in and out as JSON, in which a handle is null.
 json to_json(const murmurase_value* value);
 Value to_value(const json& data);
 
+// The file that an export of markers writes.
+std::string temp_xml_file();
+
+// The program that opens the clips which the module writes.
+void set_open_command(const std::string& command);
+
 // The one controller of this program. It lives until the process ends: freeing a million nodes first
 // would only delay that.
 class Controller {
  public:
-  Controller();
+  // words: the largest number of words in a phrase, for the operation that asks its host; 100 means
+  // no limit.
+  explicit Controller(std::int64_t words = 100);
 
   json get(const char* name) const;
   bool holds(const char* name) const;  // whether the field is set; a handle, which JSON lacks, too
   void set(const char* name, const json& value);
+  // Reads a clip file into clip_xml. Gives what of it was repaired; empty for nothing.
+  std::string read_clip(const std::string& path);
   // Gives what the operation gives. A null handle is the null value.
   Value call(const char* operation, std::initializer_list<json> arguments);
 
  private:
   Value field(const char* name) const;
 
+  std::int64_t words_;
   murmurase_controller* controller_ = nullptr;
 };
 

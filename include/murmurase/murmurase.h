@@ -103,6 +103,12 @@ MURMURASE_API void Init_murmurase_algorithm(void);
  */
 MURMURASE_API const murmurase_error* murmurase_startup_error(void);
 
+/*
+ * TEMP_XML_FILE: the path of the file that create_clip_with_markers writes, set by start-up; NULL when
+ * there is no Application Support directory. The module owns the text.
+ */
+MURMURASE_API const char* murmurase_temp_xml_file(void);
+
 /* ---- Values ---------------------------------------------------------------------------------- */
 
 typedef enum murmurase_kind {

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "module.h"
+
+namespace host {
+
+// Loads the module so that it writes its clip to `output`: it is started with a private folder in
+// which its own file is a link to there. So two runs never meet in one file, and the clip is
+// written under the same rules as every output. The folder lives as long as this object.
+class ClipTarget {
+ public:
+  explicit ClipTarget(const std::string& output);
+  ClipTarget(const ClipTarget&) = delete;
+  ClipTarget& operator=(const ClipTarget&) = delete;
+  ~ClipTarget();
+
+  // The message with the output's name where the module named its own file.
+  Failure renamed(const Failure& failure) const;
+
+ private:
+  std::filesystem::path folder_;
+  std::string output_;
+};
+
+struct MarkerExport {
+  std::string repaired;  // what of the clip file was repaired; empty for nothing
+  bool opened;
+};
+
+// Adds the phrases of the movie that was read to the clip, and writes it. The target is the one that
+// the module was loaded under, null for none.
+MarkerExport export_markers(Controller& controller, const std::string& clip,
+                            const ClipTarget* target);
+
+// One line on standard error when the clip needed repair.
+void tell_repair(const std::string& clip, const MarkerExport& done);
+
+// Runs the program with the file as its one argument, and waits; a program that fails is a failure.
+void open_file(const std::string& program, const std::string& file);
+
+Failure not_opened(const std::string& program, const std::string& file);
+
+}  // namespace host
