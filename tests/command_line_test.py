@@ -3,13 +3,18 @@
 import json
 import os
 import pathlib
+import pty
 import subprocess
 import tempfile
 import unittest
+import xml.etree.ElementTree
+
+import xlrd
 
 SOURCE = pathlib.Path(os.environ["MURMURASE_SOURCE"])
 DATA = SOURCE / "tests/data"
 SAMPLE = str(SOURCE / "assets/sample.mov")
+CLIP = str(SOURCE / "assets/sample-clip.xml")
 INTERVIEW = str(DATA / "interview.xmp")
 PLAIN_TOOL = ["--xmp-tool", str(DATA / "print_packet")]
 
@@ -99,6 +104,97 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(self.expect("text", INTERVIEW, "-", "--words=3", "--name=Speaker 2=Bob",
                                      *PLAIN_TOOL), TRANSCRIPT)
 
+    def markers_of(self, clip):
+        clip = xml.etree.ElementTree.fromstring(clip).find("clip")
+        return [[marker.findtext(name) for name in ("name", "comment", "in", "out")]
+                for marker in clip.findall("marker")]
+
+    def test_markers(self):
+        expected = [["Speaker 1", "Hello and welcome", "0", "-1"], ["Speaker 1", "to the", "0", "36"],
+                    ["Bob", "Thanks Bob", "37", "77"]]
+        out = self.folder / "marked.xml"
+        command = ["markers", INTERVIEW, CLIP, "--words=3", "--name=Speaker 2=Bob", *PLAIN_TOOL]
+        before = pathlib.Path(CLIP).read_bytes()
+        kept = self.expect(*command).rstrip("\n")
+        self.assertEqual(kept, os.environ["XDG_DATA_HOME"] + "/Fernwork/Parlenda.xml")
+        self.assertEqual(self.markers_of(pathlib.Path(kept).read_bytes()), expected)
+        opener = self.tool('echo "opened $#: $1" > "$(dirname "$0")/opened"')[1]
+        self.expect(*command, str(out), "--open-with", opener)
+        self.assertEqual((self.folder / "opened").read_text(), f"opened 1: {out}\n")
+        self.assertEqual(out.read_bytes(), pathlib.Path(kept).read_bytes())
+        self.assertEqual(self.expect(*command, "-"), out.read_text())
+        self.expect(*command, "--open-with", opener)
+        self.assertEqual((self.folder / "opened").read_text(), f"opened 1: {kept}\n")
+        self.assertEqual(pathlib.Path(CLIP).read_bytes(), before)
+        self.expect_failure(*command, "-", "--open-with", opener, status=2)
+        self.expect_failure(*command, "/none/x", message="cannot write /none/x")
+        self.expect_failure("markers", INTERVIEW, INTERVIEW, str(out), *PLAIN_TOOL, message="xmeml")
+        self.assertEqual(out.read_bytes(), pathlib.Path(kept).read_bytes())
+
+    def test_a_repaired_clip_is_told(self):
+        bad = self.folder / "bad.xml"
+        text = pathlib.Path(CLIP).read_text().replace("<name>", "<name>A & B ", 1)
+        bad.write_text(text)
+        line = text[:text.index("A & B")].count("\n") + 1
+        done = run("markers", INTERVIEW, str(bad), "-", *PLAIN_TOOL)
+        self.assertEqual(done.returncode, 0)
+        self.assertRegex(done.stderr, rf"\Amurmurase: .*bad.xml was repaired [^\n]*: line {line}\n\Z")
+        self.assertIn("A &amp; B ", done.stdout)
+        self.expect_failure("markers", INTERVIEW, str(bad), "/none/x", *PLAIN_TOOL, message="/none/x")
+
+    def test_runs_at_the_same_time_do_not_mix(self):
+        runs = [(f"Name {i}", self.folder / f"{i}.xml") for i in range(8)]
+        started = [subprocess.Popen([os.environ["MURMURASE"], "markers", INTERVIEW, CLIP, str(out),
+                                     f"--name=Speaker 1={name}", *PLAIN_TOOL]) for name, out in runs]
+        self.assertEqual([each.wait() for each in started], [0] * len(runs))
+        for name, out in runs:
+            self.assertEqual(self.markers_of(out.read_bytes())[0][0], name)
+
+    def test_excel(self):
+        out = self.folder / "out.xls"
+        self.expect("excel", INTERVIEW, str(out), "--words=3", "--name=Speaker 2=Зоя", *PLAIN_TOOL)
+        sheet = xlrd.open_workbook(out).sheet_by_index(0)
+        self.assertEqual([sheet.row_values(row) for row in range(sheet.nrows)], [
+            ["Time In", "Time Out", "Speaker", "Transcript", "File Path"],
+            ["01:00:00:00", "01:00:00:10", "Speaker 1", "Hello and welcome", INTERVIEW],
+            ["01:00:01:06", "01:00:01:10", "Speaker 1", "to the", INTERVIEW],
+            ["01:00:02:15", "01:00:03:00", "Зоя", "Thanks Bob", INTERVIEW]])
+        before = out.read_bytes()
+        words = pathlib.Path(INTERVIEW).read_text().replace(">Hello<", ">" + "x" * 32768 + "<")
+        (self.folder / "long.xmp").write_text(words)
+        self.expect_failure("excel", str(self.folder / "long.xmp"), str(out), *PLAIN_TOOL, message="D2")
+        self.assertEqual(out.read_bytes(), before)
+
+    def test_export(self):
+        movies, out = [], self.folder / "out"
+        for name in ("a/take.mov", "b/Take.mov", "b/take-2.mov", "b/none.mov", "b/line\nfeed.mov"):
+            path = self.folder / name
+            path.parent.mkdir(exist_ok=True)
+            if "none" not in name:
+                path.write_bytes(pathlib.Path(INTERVIEW).read_bytes())
+            movies.append(str(path))
+        command = ["export", *movies, "--out", str(out), "--words=3", *PLAIN_TOOL]
+        for more, endings in ([], ("txt", "xls")), (["--clip", CLIP, "--jobs", "2"], ("txt", "xls", "xml")):
+            done = run(*command, *more)
+            self.assertEqual(done.returncode, 1)
+            self.assertRegex(done.stderr, r"\Amurmurase: [^\n]*none.mov: [^\n]+\n\Z")
+            self.assertEqual(len(done.stdout.splitlines()), 4)
+            self.assertEqual({path.name for path in out.iterdir()},
+                             {f"{name}.{ending}" for ending in endings
+                              for name in ("take", "Take-3", "take-2", "line\nfeed")})
+        movie_of = lambda name: xlrd.open_workbook(out / name).sheet_by_index(0).cell_value(1, 4)
+        self.assertEqual([movie_of(name) for name in ("take.xls", "Take-3.xls", "take-2.xls")], movies[:3])
+        done = run("export", movies[0], "--out", "/dev/null/x", *PLAIN_TOOL)
+        self.assertRegex(done.stderr, r"\Amurmurase: [^\n]*/dev/null/x[^\n]*\n\Z")
+
+    def test_progress_on_a_terminal(self):
+        master, terminal = pty.openpty()
+        done = subprocess.run([os.environ["MURMURASE"], "export", INTERVIEW, "--out", str(self.folder / "o"),
+                               *PLAIN_TOOL], stdout=terminal, stderr=subprocess.PIPE)
+        shown = os.read(master, 10000).decode()
+        self.assertEqual((done.returncode, done.stderr), (0, b""))
+        self.assertTrue(shown.startswith("\r[....") and shown.endswith("#] 1/1\r\n"), shown)
+
     def test_failures_leave_the_output_alone(self):
         out = self.folder / "out.txt"
         empty = pathlib.Path(INTERVIEW).read_text().replace(">Speech<", ">Comment<")
@@ -152,7 +248,8 @@ class CommandLine(unittest.TestCase):
 
     def test_help_and_version(self):
         self.assertRegex(self.expect("--version"), r"\Amurmurase \d+\.\d+\.\d+\n\Z")
-        for arguments in ([], ["speakers"], ["phrases"], ["text"], ["timecode", "label"]):
+        for arguments in ([], ["speakers"], ["phrases"], ["text"], ["excel"], ["markers"], ["export"],
+                          ["timecode", "label"]):
             self.assertIn("Example", self.expect(*arguments, "--help"))
 
     def test_start_up_failure_and_a_home_without_anything(self):
