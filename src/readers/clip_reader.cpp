@@ -37,7 +37,7 @@ std::vector<std::int64_t> existing_lines(const std::vector<int>& numbers, std::s
     if (number >= 1 && number <= last) lines.push_back(number);
   }
   std::ranges::sort(lines);
-  lines.erase(std::ranges::unique(lines).begin(), lines.end());
+  lines.erase(std::unique(lines.begin(), lines.end()), lines.end());
   return lines;
 }
 
