@@ -20,8 +20,9 @@ namespace {
               fmt::format("the clip {} cannot be read as XML: {}", printable(path), reason));
 }
 
-xml::Recovery parse(std::string_view text, xml::Blanks blanks, const std::string& path) {
-  xml::Recovery recovery = xml::recover(text, blanks);
+xml::Recovery parse(std::string_view text, xml::Blanks blanks, xml::Wanted wanted,
+                    const std::string& path) {
+  xml::Recovery recovery = xml::recover(text, blanks, wanted);
   if (!recovery.document) {
     fail(path, recovery.first_problem.empty() ? "it holds none" : recovery.first_problem);
   }
@@ -37,7 +38,7 @@ std::vector<std::int64_t> existing_lines(const std::vector<int>& numbers, std::s
     if (number >= 1 && number <= last) lines.push_back(number);
   }
   std::ranges::sort(lines);
-  lines.erase(std::ranges::unique(lines).begin(), lines.end());
+  lines.erase(std::unique(lines.begin(), lines.end()), lines.end());
   return lines;
 }
 
@@ -75,16 +76,17 @@ struct Annotation {
 ClipFile parse_xml_file(Controller& controller, const std::string& path) {
   const ByteBuffer file = controller.process.platform.read_file(path);
   ClipRepair repair;
-  xml::Recovery clip = parse(file.view(), xml::Blanks::drop, path);
+  constexpr auto whole = xml::Wanted::only_without_problems;
+  xml::Recovery clip = parse(file.view(), xml::Blanks::drop, whole, path);
   if (!clip.problem_lines.empty()) {
     repair = {ClipRepair::lines, existing_lines(clip.problem_lines, file.view())};
     clip = {};  // one document at a time in memory
-    clip = parse(joined(file.view(), repair), xml::Blanks::keep, path);
+    clip = parse(joined(file.view(), repair), xml::Blanks::keep, whole, path);
   }
   if (!clip.problem_lines.empty()) {
     repair = {ClipRepair::all, {}};
     clip = {};
-    clip = parse(joined(file.view(), repair), xml::Blanks::keep, path);
+    clip = parse(joined(file.view(), repair), xml::Blanks::keep, xml::Wanted::always, path);
   }
   if (clip.limit != nullptr) fail(path, clip.limit);
   const xmlNode* first = clip.document->children;

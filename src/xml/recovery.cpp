@@ -12,8 +12,20 @@ namespace {
 
 struct Problems {
   Recovery& recovery;
+  xmlSAXHandler* unwanted;  // builds what is not wanted after a problem; or null
   Limits limits;
 };
+
+void build_no_more(xmlSAXHandler& builder) {
+  builder.startElementNs = nullptr;
+  builder.endElementNs = nullptr;
+  builder.reference = nullptr;
+  builder.characters = nullptr;
+  builder.ignorableWhitespace = nullptr;
+  builder.cdataBlock = nullptr;
+  builder.comment = nullptr;
+  builder.processingInstruction = nullptr;
+}
 
 // The parser's words end in a line feed, and after one may quote the bytes.
 std::string in_one_line(const xmlError& problem) {
@@ -24,7 +36,8 @@ std::string in_one_line(const xmlError& problem) {
 }
 
 void note_problem(void* data, Problem* problem) noexcept {
-  auto& [recovery, limits] = *static_cast<Problems*>(data);
+  auto& [recovery, unwanted, limits] = *static_cast<Problems*>(data);
+  if (unwanted != nullptr) build_no_more(*unwanted);
   try {
     limits.note(*problem);
     std::vector<int>& lines = recovery.problem_lines;
@@ -37,12 +50,13 @@ void note_problem(void* data, Problem* problem) noexcept {
 
 }  // namespace
 
-Recovery recover(std::string_view bytes, Blanks blanks) {
+Recovery recover(std::string_view bytes, Blanks blanks, Wanted wanted) {
   Recovery recovery;
-  Problems problems{recovery, {}};
+  Problems problems{recovery, nullptr, {}};
   const ProblemChannel channel(note_problem, &problems);
   const int options = blanks == Blanks::drop ? XML_PARSE_NOBLANKS : 0;
   const Context context = open_parser(bytes, options | XML_PARSE_COMPACT);
+  if (wanted == Wanted::only_without_problems) problems.unwanted = context->sax;
   xmlParseDocument(context.get());
   recovery.document = own(context->myDoc);
   context->myDoc = nullptr;
