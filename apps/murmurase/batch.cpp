@@ -86,7 +86,8 @@ struct Job {
 std::pair<pid_t, Job> start(const BatchOptions& options, const std::string& movie,
                             const std::string& name) {
   std::array<int, 2> ends{};
-  if (pipe(ends.data()) != 0) throw Failure(fmt::format("cannot make a pipe: {}", std::strerror(errno)));
+  if (pipe(ends.data()) != 0)
+    throw Failure(fmt::format("cannot make a pipe: {}", std::strerror(errno)));
   std::fflush(nullptr);
   const pid_t child = fork();
   if (child < 0) throw Failure(fmt::format("cannot start a process: {}", std::strerror(errno)));

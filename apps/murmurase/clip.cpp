@@ -106,8 +106,8 @@ void open_file(const std::string& program, const std::string& file) {
 }
 
 Failure not_opened(const std::string& program, const std::string& file) {
-  return Failure(fmt::format("{} is written, but {} could not open it", printable(file),
-                             printable(program)));
+  return Failure(
+      fmt::format("{} is written, but {} could not open it", printable(file), printable(program)));
 }
 
 }  // namespace host
