@@ -23,9 +23,9 @@ class Documents(unittest.TestCase):
     def test_examples(self):
         environment = {**os.environ, "PATH": PROGRAMS + ":" + os.environ["PATH"]}
         shown = 0
-        with tempfile.TemporaryDirectory() as folder:
-            os.symlink(SOURCE / "assets", folder + "/assets")
-            for document in [SOURCE / "README.md", *sorted((SOURCE / "docs").glob("*.md"))]:
+        for document in [SOURCE / "README.md", *sorted((SOURCE / "docs").glob("*.md"))]:
+            with tempfile.TemporaryDirectory() as folder:
+                os.symlink(SOURCE / "assets", folder + "/assets")
                 for command, output in examples(document):
                     with self.subTest(document=document.name, command=command):
                         done = subprocess.run(["bash", "-c", command], cwd=folder, env=environment,
