@@ -159,7 +159,27 @@ class CommandLine(unittest.TestCase):
             ["01:00:00:00", "01:00:00:10", "Speaker 1", "Hello and welcome", INTERVIEW],
             ["01:00:01:06", "01:00:01:10", "Speaker 1", "to the", INTERVIEW],
             ["01:00:02:15", "01:00:03:00", "Зоя", "Thanks Bob", INTERVIEW]])
+        book = xlrd.open_workbook(out, formatting_info=True)
+        widths = {column: info.width for column, info in book.sheet_by_index(0).colinfo_map.items()}
+        self.assertEqual([round((widths[column] * 7 / 256 - 5) / 7) for column in range(4)],
+                         [11, 11, 10, 50])  # a digit is 7 pixels wide, with 5 of padding
+        self.assertNotIn(4, widths)
+        bold = lambda row: [book.font_list[book.xf_list[cell.xf_index].font_index].bold
+                            for cell in book.sheet_by_index(0).row(row)]
+        self.assertEqual((bold(0), bold(1)), ([1] * 5, [0] * 5))
+
+        packet = pathlib.Path(INTERVIEW).read_text()
+        wordless = self.folder / "wordless.xmp"
+        wordless.write_text(packet.replace("xmpDM:name", "xmpDM:comment"))
+        self.expect("excel", str(wordless), str(self.folder / "empty.xls"), *PLAIN_TOOL)
+        self.assertEqual(xlrd.open_workbook(self.folder / "empty.xls").sheet_by_index(0).nrows, 1)
+
         before = out.read_bytes()
+        start = packet.index("        <rdf:li")
+        end = packet.index("</rdf:li>") + len("</rdf:li>\n")
+        full = self.folder / "full.xmp"
+        full.write_text(packet[:start] + packet[start:end] * 65536 + packet[end:])
+        self.expect_failure("excel", str(full), str(out), "--words=1", *PLAIN_TOOL, message="cell A65537")
         words = pathlib.Path(INTERVIEW).read_text().replace(">Hello<", ">" + "x" * 32768 + "<")
         (self.folder / "long.xmp").write_text(words)
         self.expect_failure("excel", str(self.folder / "long.xmp"), str(out), *PLAIN_TOOL, message="D2")

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "export/spreadsheet.h"
 #include "export/text_transcript.h"
 #include "model/speaker_list.h"
 #include "model/word_grouping.h"
@@ -177,35 +178,45 @@ TEST(TextTranscript, FirstHeading) {
   EXPECT_EQ(desk.platform.files["out.txt"], "  Z\n[00:00:00] a\n[00:00:00] z\n");
 }
 
-TEST(TextTranscript, FailuresWriteNothing) {
-  const auto failing = [](Desk& desk) {
-    return error_of([&] { save_to_text(desk.controller, 100, "out.txt"); });
-  };
-  Desk empty;
-  load(empty, speech({}) + "<xmpDM:speaker>A</xmpDM:speaker>");
-  EXPECT_TRUE(is_error(failing(empty), ErrorKind::missing_value, "no words"));
-  EXPECT_EQ(empty.controller.text_to_save, "  A\n");
-
+TEST(TextTranscript, FailuresKeepWhatWasBuilt) {
   Desk desk;
+  load(desk, speech({}) + "<xmpDM:speaker>A</xmpDM:speaker>");
+  const auto failing = [&] { return error_of([&] { save_to_text(desk.controller, 100, "out"); }); };
+  EXPECT_TRUE(is_error(failing(), ErrorKind::missing_value, "no words"));
+  EXPECT_EQ(desk.controller.text_to_save, "  A\n");
+
   load(desk, speech(example));
   desk.controller.speakers_array->pop_back();
-  EXPECT_TRUE(is_error(failing(desk), ErrorKind::missing_value, "\"B\""));
+  EXPECT_TRUE(is_error(failing(), ErrorKind::missing_value, "\"B\""));
   EXPECT_EQ(desk.controller.text_to_save, "  A\n[00:00:00] Hello and welcome to the\n");
+}
 
-  load(desk, speech(example));
-  for (const double rate : {static_cast<double>(INFINITY), static_cast<double>(NAN), 0.0}) {
-    desk.controller.frame_rate = rate;
-    EXPECT_TRUE(
-        is_error(failing(desk), rate == 0.0 ? ErrorKind::zero_division : ErrorKind::range, ""));
+TEST(Exports, FailuresWriteNothing) {
+  for (const auto save : {save_to_text, save_to_excel}) {
+    Desk desk;
+    desk.controller.mov_file_path.emplace("a.mov");
+    const auto failing = [&] { return error_of([&] { save(desk.controller, 100, "out"); }); };
+    load(desk, speech(example));
+    desk.controller.speakers_array->pop_back();
+    EXPECT_TRUE(is_error(failing(), ErrorKind::missing_value, "\"B\""));
+    load(desk, speech({}));
+    EXPECT_TRUE(is_error(failing(), ErrorKind::missing_value, "no speakers"));
+
+    load(desk, speech(example));
+    for (const double rate : {static_cast<double>(INFINITY), static_cast<double>(NAN), 0.0}) {
+      desk.controller.frame_rate = rate;
+      EXPECT_TRUE(
+          is_error(failing(), rate == 0.0 ? ErrorKind::zero_division : ErrorKind::range, ""));
+    }
+    desk.controller.frame_rate = 25.0;
+    desk.controller.first_frame.reset();
+    EXPECT_TRUE(is_error(failing(), ErrorKind::missing_value, "first_frame"));
+    EXPECT_TRUE(desk.platform.files.empty());
+
+    desk.controller.first_frame = 0;
+    desk.platform.files_can_be_written = false;
+    EXPECT_TRUE(is_error(failing(), ErrorKind::system, "write out"));
   }
-  desk.controller.frame_rate = 25.0;
-  desk.controller.first_frame.reset();
-  EXPECT_TRUE(is_error(failing(desk), ErrorKind::missing_value, "first_frame"));
-  EXPECT_TRUE(desk.platform.files.empty());
-
-  desk.controller.first_frame = 0;
-  desk.platform.files_can_be_written = false;
-  EXPECT_TRUE(is_error(failing(desk), ErrorKind::system, "out.txt"));
 }
 
 // A hundred thousand speakers: a list walked for each word or phrase would take minutes.

@@ -1,10 +1,8 @@
 #include "export/spreadsheet.h"
 
-#include <stdexcept>
 #include <string_view>
 #include <vector>
 
-#include "core/error.h"
 #include "export/time_label.h"
 #include "model/speaker_list.h"
 #include "model/word_grouping.h"
@@ -50,15 +48,9 @@ void save_to_excel(Controller& controller, std::int64_t grouping, const std::str
   build_words_array(controller, grouping);
   workbook::Workbook book;
   book.add_worksheet();
-  std::string_view bytes;
-  try {
-    write_header(book);
-    write_phrases(book, controller);
-    bytes = book.close();
-  } catch (const std::runtime_error& limit) {
-    throw Error(ErrorKind::range, limit.what());
-  }
-  controller.process.platform.replace_file(path, bytes);
+  write_header(book);
+  write_phrases(book, controller);
+  controller.process.platform.replace_file(path, book.close());
 }
 
 }  // namespace murmurase

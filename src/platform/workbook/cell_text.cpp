@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <stdexcept>
 
+#include "core/error.h"
 #include "platform/workbook/biff8.h"
 #include "platform/workbook/record_stream.h"
 
@@ -55,7 +55,8 @@ bool is_plain(std::string_view text) {
 }  // namespace
 
 void throw_cell_error(std::size_t row, std::size_t column, const std::string& what) {
-  throw std::runtime_error("cell " + column_name(column) + std::to_string(row + 1) + ": " + what);
+  throw Error(ErrorKind::range,
+              "cell " + column_name(column) + std::to_string(row + 1) + ": " + what);
 }
 
 void encode_text(std::string_view utf8, std::string& encoded, std::size_t row, std::size_t column) {

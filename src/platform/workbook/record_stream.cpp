@@ -1,14 +1,12 @@
 #include "platform/workbook/record_stream.h"
 
-#include <stdexcept>
+#include <new>
 
 namespace murmurase::workbook {
 namespace {
 
 void require(bool done) {
-  if (!done) {
-    throw std::runtime_error("workbook: the compound file cannot be written; free some memory");
-  }
+  if (!done) throw std::bad_alloc();  // all that a file in memory can fail for
 }
 
 }  // namespace

@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <new>
 #include <stdexcept>
 
+#include "core/error.h"
 #include "platform/workbook/biff8.h"
 #include "platform/workbook/cell_text.h"
 #include "platform/workbook/record_stream.h"
@@ -70,12 +72,14 @@ void Workbook::write(std::size_t row, std::size_t column, std::string_view text,
 void Workbook::set_column(std::size_t first, std::size_t last, double width) {
   require_open("set_column");
   if (first > last || last >= widths_.size()) {
-    throw std::runtime_error("columns " + std::to_string(first) + " to " + std::to_string(last) +
-                             ": a sheet holds the columns 0 to 255, first before last");
+    throw Error(ErrorKind::range, "columns " + std::to_string(first) + " to " +
+                                      std::to_string(last) +
+                                      ": a sheet holds the columns 0 to 255, first before last");
   }
   if (!(width > 0 && width <= biff8::max_width)) {
-    throw std::runtime_error("columns " + std::to_string(first) + " to " + std::to_string(last) +
-                             ": a width is more than 0 and at most 255 characters");
+    throw Error(ErrorKind::range, "columns " + std::to_string(first) + " to " +
+                                      std::to_string(last) +
+                                      ": a width is more than 0 and at most 255 characters");
   }
   // Columns are whole pixels wide; below one character the padding shrinks along.
   const double pixels = width < 1
@@ -103,7 +107,7 @@ std::string_view Workbook::close() {
   records.flush();
   if (gsf_output_close(stream.get()) == FALSE ||
       gsf_output_close(GSF_OUTPUT(root.get())) == FALSE) {
-    throw std::runtime_error("workbook: the compound file cannot be finished; free some memory");
+    throw std::bad_alloc();  // all that a file in memory can fail for
   }
   strings_ = {};
   std::vector<Cell>().swap(cells_);

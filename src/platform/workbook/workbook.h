@@ -30,7 +30,7 @@ struct Cell {
 /// A writer of Excel 97-2003 workbooks (BIFF8 = [MS-XLS], in a compound file = [MS-CFB]) with one
 /// sheet of text cells. The same calls give the same bytes: no clock, no identifier.
 ///
-/// Rows and columns count from 0. A call that throws std::runtime_error changes nothing; its
+/// Rows and columns count from 0. A call that throws an Error changes nothing; its
 /// message names the cell and what to do. Calls out of order (a write before add_worksheet or after
 /// close) throw std::logic_error.
 class Workbook {
@@ -45,7 +45,7 @@ class Workbook {
   ///
   /// @param text UTF-8, at most 32,767 UTF-16 units. Every character stays, line feeds and blanks
   ///   at the ends too.
-  /// @throws std::runtime_error if the row is beyond 65,535 or the column beyond 255, the text is
+  /// @throws a range error if the row is beyond 65,535 or the column beyond 255, the text is
   ///   too long, is not valid UTF-8 or holds U+0000, which spreadsheet programs take as its end.
   void write(std::size_t row, std::size_t column, std::string_view text,
              Format format = Format::normal);
@@ -53,13 +53,13 @@ class Workbook {
   /// Sets the width of the columns first to last (inclusive) as spreadsheet programs show it: in
   /// digits of the default font, more than 0 and at most 255. Other columns keep the default.
   ///
-  /// @throws std::runtime_error for columns beyond 255 or reversed, and widths out of range.
+  /// @throws a range error for columns beyond 255 or reversed, and widths out of range.
   void set_column(std::size_t first, std::size_t last, double width);
 
   /// Finishes the workbook.
   ///
   /// @return the file's bytes, which live as long as this object.
-  /// @throws std::runtime_error if the compound file cannot be built.
+  /// @throws std::bad_alloc if there is no memory for it.
   [[nodiscard]] std::string_view close();
 
  private:
