@@ -194,7 +194,7 @@ TEST(TextTranscript, FailuresKeepWhatWasBuilt) {
 TEST(Exports, FailuresWriteNothing) {
   for (const auto save : {save_to_text, save_to_excel}) {
     Desk desk;
-    desk.controller.mov_file_path.emplace("a.mov");
+    desk.controller.mov_file_path = "a.mov";
     const auto failing = [&] { return error_of([&] { save(desk.controller, 100, "out"); }); };
     load(desk, speech(example));
     desk.controller.speakers_array->pop_back();
