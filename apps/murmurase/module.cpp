@@ -35,8 +35,8 @@ struct Interface {
 
 Interface module;
 
-// Within reach to the end, as what is kept on purpose should be.
-murmurase_controller* alive = nullptr;
+// Within reach to the end, as what is kept on purpose should be; volatile, for nothing reads it.
+murmurase_controller* volatile alive = nullptr;
 
 void check(murmurase_error* error) {
   if (error == nullptr) return;
