@@ -135,7 +135,11 @@ void compare(const std::string& program, int pairs) {
   const std::string xlwt = program + " rows " + rows + " | " + MURMURASE_PYTHON + " " +
                            MURMURASE_BENCH_DIRECTORY "/workbook_xlwt.py " + xls;
 
-  std::vector<double> seconds, to_xlsxwriter, to_xlwt, to_half, memory;
+  std::vector<double> seconds;
+  std::vector<double> to_xlsxwriter;
+  std::vector<double> to_xlwt;
+  std::vector<double> to_half;
+  std::vector<double> memory;
   for (int pair = 0; pair < pairs; ++pair) {
     to_xlsxwriter.push_back(measure(ours).seconds / measure(xlsxwriter).seconds);
     to_xlwt.push_back(measure(ours).seconds / measure(xlwt).seconds);

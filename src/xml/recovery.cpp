@@ -12,7 +12,7 @@ namespace {
 
 struct Problems {
   Recovery& recovery;
-  xmlSAXHandler* unwanted;  // builds what is not wanted after a problem; or null
+  xmlSAXHandler* unwanted = nullptr;  // builds what is not wanted after a problem; or null
   Limits limits;
 };
 

@@ -68,6 +68,7 @@ class FileActions {
 // is not the program's. Gives 0, or errno.
 int start(pid_t& child, const char* program, FileActions& actions, std::vector<std::string> words) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   posix_spawnattr_t attributes;

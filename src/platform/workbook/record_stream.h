@@ -41,7 +41,7 @@ class RecordStream {
   /// biff8::max_record_data bytes at most.
   template <class... Fields>
   void record(biff8::Type type, Fields... fields) {
-    const std::size_t size = (std::size_t{0} + ... + field_size(fields));
+    const auto size = (std::size_t{0} + ... + field_size(fields));
     if (used_ + biff8::record_header_size + size > capacity) flush();
     put(static_cast<std::uint16_t>(type));
     put(static_cast<std::uint16_t>(size));

@@ -47,6 +47,7 @@ void Workbook::add_worksheet() {
   state_ = State::open;
 }
 
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): like the other operations
 Format Workbook::add_format(FormatProperties properties) {
   return properties.bold ? Format::bold : Format::normal;
 }
