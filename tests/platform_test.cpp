@@ -162,7 +162,6 @@ TEST_F(PlatformTest, ApplicationSupport) {
     std::string home;
     std::string directory;
   } cases[] = {{path("data"), "", path("data")},
-               {path("data") + "//", "/x", path("data")},
                {"relative", path("home"), "~/.local/share"},
                {"", path("home"), "~/.local/share"},
                {"", "", ""},
@@ -173,7 +172,9 @@ TEST_F(PlatformTest, ApplicationSupport) {
     set("HOME", each.home);
     const std::vector<std::string> found = platform_.application_support_directories();
     EXPECT_EQ(found.empty() ? "" : found.front(), each.directory);
-    EXPECT_TRUE(found.empty() || platform_.is_directory(platform_.expand_tilde(found.front())));
+    // The default is made when it is missing; what the user names is taken as it is.
+    EXPECT_EQ(!found.empty() && platform_.is_directory(platform_.expand_tilde(found.front())),
+              each.directory.starts_with('~'));
   }
   EXPECT_FALSE(platform_.is_directory(plain));
   EXPECT_THROW(platform_.create_directory(path("a/b")), Error);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,9 +12,9 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <map>
 #include <optional>
 #include <set>
+#include <string_view>
 #include <thread>
 
 #include "clip.h"
@@ -53,73 +54,95 @@ std::vector<std::string> output_names(const std::vector<std::string>& movies) {
   return names;
 }
 
-// All outputs of one movie. Gives the line that tells of them.
+// What one movie's process tells: the line of its outputs, then, on lines of their own, what else is
+// to be known.
 std::string export_movie(const BatchOptions& options, const MovieOptions& movie,
                          const std::string& name) {
   const fs::path base = fs::path(options.folder) / name;
-  const std::string clip_path = base.string() + ".xml";
   std::optional<ClipTarget> target;
-  if (!options.clip.empty()) target.emplace(clip_path);
+  if (!options.clip.empty()) target.emplace(base.string() + ".xml");
   load_module();
   Controller controller(movie.words);
   try {
-    read_movie(controller, movie);
+    std::string notes = read_movie(controller, movie);
     std::string line = fmt::format("{}: {}.txt {}.xls", movie.movie, name, name);
     controller.call("save_to_text", {movie.words, base.string() + ".txt"});
     controller.call("save_to_excel", {movie.words, base.string() + ".xls"});
-    if (!target) return line;
-    const MarkerExport done = export_markers(controller, options.clip, &*target);
-    line += fmt::format(" {}.xml", name);
-    if (!done.repaired.empty()) line += fmt::format(" (clip repaired: {})", done.repaired);
-    return line;
+    if (target) {
+      const MarkerExport done = export_markers(controller, options.clip, &*target);
+      line += fmt::format(" {}.xml", name);
+      notes += repair_line(options.clip, done.repaired);
+    }
+    return printable(line) + '\n' + notes;
   } catch (const Failure& failure) {
-    throw movie_failure(movie.movie, failure.what());
+    throw movie_failure(movie.movie, failure);
   }
 }
 
 struct Job {
   std::string movie;
-  int report;  // the read end of a pipe: the line to tell
+  pid_t process;
+  int report;  // the read end of a pipe
+  std::string told;
 };
 
-// Forks a process for one movie. The module is loaded in there only, so nothing of it is shared.
-std::pair<pid_t, Job> start(const BatchOptions& options, const std::string& movie,
-                            const std::string& name) {
-  std::array<int, 2> ends{};
-  if (pipe(ends.data()) != 0)
-    throw Failure(fmt::format("cannot make a pipe: {}", std::strerror(errno)));
-  std::fflush(nullptr);
-  const pid_t child = fork();
-  if (child < 0) throw Failure(fmt::format("cannot start a process: {}", std::strerror(errno)));
-  if (child == 0) {
-    close(ends[0]);
-    int status = 0;
-    std::string line;
-    try {
-      MovieOptions own = options.movie;
-      own.movie = movie;
-      line = export_movie(options, own, name);
-    } catch (const std::exception& error) {
-      line = error.what();
-      status = 1;
-    }
-    std::fflush(nullptr);
-    const ssize_t told = write(ends[1], line.data(), line.size());
-    _exit(told < 0 ? 1 : status);
+[[noreturn]] void run_job(const BatchOptions& options, const std::string& movie,
+                          const std::string& name, int report) {
+  int status = 0;
+  std::string told;
+  try {
+    MovieOptions own = options.movie;
+    own.movie = movie;
+    told = export_movie(options, own, name);
+  } catch (const std::exception& error) {
+    told = printable(error.what());
+    status = 1;
   }
-  close(ends[1]);
-  fcntl(ends[0], F_SETFD, FD_CLOEXEC);
-  return {child, {movie, ends[0]}};
+  for (std::string_view rest = told; !rest.empty();) {
+    const ssize_t written = write(report, rest.data(), rest.size());
+    if (written < 0 && errno != EINTR) _exit(1);
+    rest.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+  }
+  _exit(status);
 }
 
-std::string read_report(int report) {
-  std::string line;
-  std::array<char, 4096> part{};
-  for (ssize_t count = 0; (count = read(report, part.data(), part.size())) > 0;) {
-    line.append(part.data(), static_cast<std::size_t>(count));
+// Forks a process for one movie. The module is loaded in there only, so nothing of it is shared.
+Job start(const BatchOptions& options, const std::string& movie, const std::string& name) {
+  std::array<int, 2> ends{};
+  if (pipe(ends.data()) != 0) {
+    throw Failure(fmt::format("cannot make a pipe: {}", std::strerror(errno)));
   }
-  close(report);
-  return line;
+  for (const int end : ends) fcntl(end, F_SETFD, FD_CLOEXEC);
+  std::fflush(nullptr);
+  const pid_t process = fork();
+  if (process < 0) throw Failure(fmt::format("cannot start a process: {}", std::strerror(errno)));
+  if (process == 0) run_job(options, movie, name, ends[1]);
+  close(ends[1]);
+  return {movie, process, ends[0], {}};
+}
+
+// Reads what the jobs tell until one of them has ended, and puts that one last. Gives whether it went
+// well.
+bool wait_for_one(std::vector<Job>& jobs) {
+  while (true) {
+    std::vector<pollfd> reports;
+    reports.reserve(jobs.size());
+    for (const Job& job : jobs) reports.push_back({job.report, POLLIN, 0});
+    if (poll(reports.data(), reports.size(), -1) < 0) continue;
+    for (std::size_t i = 0; i < jobs.size(); ++i) {
+      if (reports[i].revents == 0) continue;
+      std::array<char, 4096> part{};
+      const ssize_t count = read(jobs[i].report, part.data(), part.size());
+      if (count > 0) jobs[i].told.append(part.data(), static_cast<std::size_t>(count));
+      if (count != 0) continue;
+      close(jobs[i].report);
+      std::swap(jobs[i], jobs.back());
+      int status = 0;
+      while (waitpid(jobs.back().process, &status, 0) < 0 && errno == EINTR) {
+      }
+      return status == 0;
+    }
+  }
 }
 
 // Tells how far the work is: a bar on a terminal, else what is done, a line a movie.
@@ -127,20 +150,26 @@ class Progress {
  public:
   explicit Progress(std::size_t movies) : movies_(movies) { draw(); }
 
-  void done(const std::string& line) {
+  // `told`: a line, and on further lines what belongs on standard error.
+  void done(const std::string& told) {
     ++done_;
-    if (!bar_) fmt::print("{}\n", printable(line));
-    draw();
+    const std::size_t end = told.find('\n') + 1;
+    if (!bar_) fmt::print("{}", told.substr(0, end));
+    tell(told.substr(end));
   }
   void failed(const std::string& line) {
     ++done_;
-    if (bar_) fmt::print("\r\x1B[K");
-    std::fflush(stdout);
-    fmt::print(stderr, "murmurase: {}\n", printable(line));
-    draw();
+    tell(fmt::format("murmurase: {}\n", line));
   }
 
  private:
+  void tell(const std::string& lines) {
+    if (bar_ && !lines.empty()) fmt::print("\r\x1B[K");
+    std::fflush(stdout);
+    std::fputs(lines.c_str(), stderr);
+    draw();
+  }
+
   void draw() const {
     if (bar_) {
       constexpr std::size_t width = 40;
@@ -156,6 +185,20 @@ class Progress {
   bool bar_ = isatty(STDOUT_FILENO) == 1;
 };
 
+// Before anything is written.
+void refuse_to_overwrite_inputs(const BatchOptions& options,
+                                const std::vector<std::string>& names) {
+  std::vector<std::string> inputs = options.movies;
+  if (!options.clip.empty()) inputs.push_back(options.clip);
+  for (const std::string& name : names) {
+    for (const char* ending : {".txt", ".xls", ".xml"}) {
+      const std::string output = (fs::path(options.folder) / name).string() + ending;
+      if (!fs::exists(output)) continue;
+      for (const std::string& input : inputs) refuse_to_overwrite(input, output);
+    }
+  }
+}
+
 }  // namespace
 
 bool export_movies(const BatchOptions& options) {
@@ -165,31 +208,30 @@ bool export_movies(const BatchOptions& options) {
     throw Failure(fmt::format("cannot make the folder {}: {}", options.folder, error.message()));
   }
   const std::vector<std::string> names = output_names(options.movies);
+  refuse_to_overwrite_inputs(options, names);
   const std::size_t at_once =
       options.jobs > 0 ? options.jobs : std::max(1U, std::thread::hardware_concurrency());
   Progress progress(options.movies.size());
-  std::map<pid_t, Job> running;
+  std::vector<Job> running;
   bool all_well = true;
   for (std::size_t next = 0; next < names.size() || !running.empty();) {
     if (next < names.size() && running.size() < at_once) {
-      running.insert(start(options, options.movies[next], names[next]));
+      running.push_back(start(options, options.movies[next], names[next]));
       ++next;
       continue;
     }
-    int status = 0;
-    const pid_t child = waitpid(-1, &status, 0);
-    const auto job = running.find(child);
-    if (job == running.end()) continue;
-    std::string line = read_report(job->second.report);
-    if (status == 0) {
-      progress.done(line);
+    const bool well = wait_for_one(running);
+    const Job& job = running.back();
+    if (well) {
+      progress.done(job.told);
     } else {
-      if (line.empty()) line = job->second.movie + ": its process was killed";
-      progress.failed(line);
+      progress.failed(job.told.empty() ? printable(job.movie) + ": its process was killed"
+                                       : job.told);
       all_well = false;
     }
-    running.erase(job);
+    running.pop_back();
   }
+  if (std::ferror(stdout) != 0) throw Failure("cannot write standard output");
   return all_well;
 }
 

@@ -1,7 +1,9 @@
 #include "clip.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <spawn.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,32 +31,37 @@ constexpr const char* variable = "XDG_DATA_HOME";
 constexpr const char* application_support = "";
 #endif
 
-fs::path make_private_folder() {
-  std::string path = fs::temp_directory_path() / "murmurase-XXXXXX";
-  if (mkdtemp(path.data()) == nullptr) {
-    throw Failure(fmt::format("cannot make a folder in {}: {}", fs::temp_directory_path().string(),
-                              std::strerror(errno)));
-  }
-  return path;
-}
-
 }  // namespace
 
-ClipTarget::ClipTarget(const std::string& output)
-    : folder_(make_private_folder()), output_(output) {
-  const fs::path working_folder = folder_ / application_support / "Fernwork";
-  fs::create_directories(working_folder);
-  fs::create_symlink(fs::absolute(output), working_folder / "Parlenda.xml");
+ClipTarget::PrivateFolder::PrivateFolder() {
+  const char* parent = std::getenv("TMPDIR");
+  std::string name =
+      fmt::format("{}/murmurase-XXXXXX", parent == nullptr || *parent == '\0' ? "/tmp" : parent);
+  if (mkdtemp(name.data()) == nullptr) {
+    throw Failure(
+        fmt::format("cannot make the temporary folder {}: {}; set TMPDIR to a folder that "
+                    "can be written",
+                    printable(name), std::strerror(errno)));
+  }
+  path = name;
+}
+
+ClipTarget::PrivateFolder::~PrivateFolder() {
+  std::error_code ignored;
+  fs::remove_all(path, ignored);
+}
+
+ClipTarget::ClipTarget(const std::string& output) : output_(output) {
+  const fs::path working_folder = folder_.path / application_support / "Fernwork";
+  std::error_code error;
+  fs::create_directories(working_folder, error);
+  if (!error) fs::create_symlink(fs::absolute(output), working_folder / "Parlenda.xml", error);
+  if (error) throw Failure(fmt::format("cannot write {}: {}", printable(output), error.message()));
   // The module asks while it starts; what the programs that it runs are told is put back.
   const char* before = std::getenv(variable);
   const std::string saved = before == nullptr ? "" : before;
-  setenv(variable, folder_.c_str(), 1);
-  try {
-    load_module();
-  } catch (...) {
-    fs::remove_all(folder_);
-    throw;
-  }
+  setenv(variable, folder_.path.c_str(), 1);
+  load_module();
   if (before == nullptr) {
     unsetenv(variable);
   } else {
@@ -62,9 +69,14 @@ ClipTarget::ClipTarget(const std::string& output)
   }
 }
 
-ClipTarget::~ClipTarget() {
-  std::error_code ignored;
-  fs::remove_all(folder_, ignored);
+FolderLock::FolderLock(const fs::path& folder)
+    : descriptor_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+  while (descriptor_ >= 0 && flock(descriptor_, LOCK_EX) != 0 && errno == EINTR) {
+  }
+}
+
+FolderLock::~FolderLock() {
+  if (descriptor_ >= 0) close(descriptor_);
 }
 
 Failure ClipTarget::renamed(const Failure& failure) const {
@@ -88,26 +100,31 @@ MarkerExport export_markers(Controller& controller, const std::string& clip,
   }
 }
 
-void tell_repair(const std::string& clip, const MarkerExport& done) {
-  if (done.repaired.empty()) return;
-  fmt::print(stderr, "murmurase: {} was repaired in memory before it was used: {}\n",
-             printable(clip), done.repaired);
+std::string repair_line(const std::string& clip, const std::string& repaired) {
+  if (repaired.empty()) return {};
+  return fmt::format("murmurase: {} was repaired in memory before it was used: {}\n",
+                     printable(clip), repaired);
 }
 
 void open_file(const std::string& program, const std::string& file) {
   std::string words[] = {program, file};
   char* const arguments[] = {words[0].data(), words[1].data(), nullptr};
+  posix_spawn_file_actions_t streams;
+  posix_spawn_file_actions_init(&streams);
+  posix_spawn_file_actions_addopen(&streams, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   pid_t child = 0;
   int status = 0;
-  if (posix_spawnp(&child, program.c_str(), nullptr, nullptr, arguments, environ) != 0 ||
-      waitpid(child, &status, 0) != child || status != 0) {
+  const int error = posix_spawnp(&child, program.c_str(), &streams, nullptr, arguments, environ);
+  posix_spawn_file_actions_destroy(&streams);
+  if (error != 0 || waitpid(child, &status, 0) != child || status != 0) {
     throw not_opened(program, file);
   }
 }
 
 Failure not_opened(const std::string& program, const std::string& file) {
   return Failure(
-      fmt::format("{} is written, but {} could not open it", printable(file), printable(program)));
+      fmt::format("{} is written, but {} could not open it", printable(file), printable(program)),
+      true);
 }
 
 }  // namespace host

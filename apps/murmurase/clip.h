@@ -15,14 +15,36 @@ class ClipTarget {
   explicit ClipTarget(const std::string& output);
   ClipTarget(const ClipTarget&) = delete;
   ClipTarget& operator=(const ClipTarget&) = delete;
-  ~ClipTarget();
 
   // The message with the output's name where the module named its own file.
   Failure renamed(const Failure& failure) const;
 
  private:
-  std::filesystem::path folder_;
+  // Gone with all that is in it when this object is, or cannot be made.
+  struct PrivateFolder {
+    PrivateFolder();
+    PrivateFolder(const PrivateFolder&) = delete;
+    PrivateFolder& operator=(const PrivateFolder&) = delete;
+    ~PrivateFolder();
+
+    std::filesystem::path path;
+  };
+
+  PrivateFolder folder_;
   std::string output_;
+};
+
+// Holds the working folder until the clip in it is written and opened, so that no other run puts its
+// own in between. Runs wait for each other.
+class FolderLock {
+ public:
+  explicit FolderLock(const std::filesystem::path& folder);
+  FolderLock(const FolderLock&) = delete;
+  FolderLock& operator=(const FolderLock&) = delete;
+  ~FolderLock();
+
+ private:
+  int descriptor_;
 };
 
 struct MarkerExport {
@@ -35,8 +57,8 @@ struct MarkerExport {
 MarkerExport export_markers(Controller& controller, const std::string& clip,
                             const ClipTarget* target);
 
-// One line on standard error when the clip needed repair.
-void tell_repair(const std::string& clip, const MarkerExport& done);
+// The line for standard error that tells what of the clip was repaired; empty for nothing.
+std::string repair_line(const std::string& clip, const std::string& repaired);
 
 // Runs the program with the file as its one argument, and waits; a program that fails is a failure.
 void open_file(const std::string& program, const std::string& file);

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <unordered_map>
 #include <vector>
 
 #include "clip.h"
@@ -34,10 +35,11 @@ void with_movie(const MovieOptions& options, const Command& command) {
   load_module();
   try {
     Controller controller(options.words);
-    read_movie(controller, options);
+    const std::string said = read_movie(controller, options);
     command(controller);
+    std::fputs(said.c_str(), stderr);
   } catch (const Failure& failure) {
-    throw movie_failure(options.movie, failure.what());
+    throw movie_failure(options.movie, failure);
   }
 }
 
@@ -100,19 +102,17 @@ std::string table(const std::vector<std::array<std::string, 4>>& rows) {
 
 std::string phrase_table(Controller& controller) {
   Labels labels(controller);
-  json names = json::object();
+  std::unordered_map<std::string, std::string> names;
   for (const json& entry : controller.get("speakers_array")) {
-    const auto& speaker = entry["Speaker"].get_ref<const std::string&>();
-    names[speaker] = entry["Name"].is_null() ? entry["Speaker"] : entry["Name"];
+    const std::string speaker = entry["Speaker"];
+    names.emplace(speaker, entry["Name"].is_null() ? speaker : entry["Name"].get<std::string>());
   }
   std::vector<std::array<std::string, 4>> rows = {{"In", "Out", "Speaker", "Words"}};
   for (const json& phrase : controller.get("words_array")) {
-    rows.push_back(
-        {labels.label(phrase["time_in"].get<double>()),
-         labels.label(phrase["time_out"].get<double>()),
-         printable(
-             names[phrase["speaker"].get_ref<const std::string&>()].get_ref<const std::string&>()),
-         printable(phrase["words"].get_ref<const std::string&>())});
+    rows.push_back({labels.label(phrase["time_in"].get<double>()),
+                    labels.label(phrase["time_out"].get<double>()),
+                    printable(names[phrase["speaker"].get_ref<const std::string&>()]),
+                    printable(phrase["words"].get_ref<const std::string&>())});
   }
   return table(rows);
 }
@@ -150,12 +150,14 @@ void print_phrases(const MovieOptions& options, bool as_json) {
 }
 
 void write_text(const MovieOptions& options, const std::string& output) {
+  refuse_to_overwrite(options.movie, output);
   with_movie(options, [&](Controller& controller) {
     controller.call("save_to_text", {options.words, standard_output_or(output)});
   });
 }
 
 void write_excel(const MovieOptions& options, const std::string& output) {
+  refuse_to_overwrite(options.movie, output);
   with_movie(options, [&](Controller& controller) {
     controller.call("save_to_excel", {options.words, standard_output_or(output)});
   });
@@ -164,19 +166,25 @@ void write_excel(const MovieOptions& options, const std::string& output) {
 void write_markers(const MovieOptions& options, const std::string& clip, const std::string& output,
                    const std::string& open_with) {
   if (!output.empty()) {
+    refuse_to_overwrite(options.movie, output);
+    refuse_to_overwrite(clip, output);
     const ClipTarget target(standard_output_or(output));
     with_movie(options, [&](Controller& controller) {
-      tell_repair(clip, export_markers(controller, clip, &target));
+      const MarkerExport done = export_markers(controller, clip, &target);
+      if (!open_with.empty()) open_file(open_with, output);
+      std::fputs(repair_line(clip, done.repaired).c_str(), stderr);
     });
-    if (!open_with.empty()) open_file(open_with, output);
     return;
   }
   with_movie(options, [&](Controller& controller) {
+    const std::string written = temp_xml_file();
+    refuse_to_overwrite(clip, written);
+    const FolderLock lock(std::filesystem::path(written).parent_path());
     if (!open_with.empty()) set_open_command(open_with);
     const MarkerExport done = export_markers(controller, clip, nullptr);
-    tell_repair(clip, done);
-    print(temp_xml_file() + '\n');
-    if (!open_with.empty() && !done.opened) throw not_opened(open_with, temp_xml_file());
+    if (!open_with.empty() && !done.opened) throw not_opened(open_with, written);
+    print(written + '\n');
+    std::fputs(repair_line(clip, done.repaired).c_str(), stderr);
   });
 }
 

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <iostream>
 #include <string>
 
 #include "batch.h"
@@ -226,8 +227,12 @@ int run(int count, char** arguments) {
 
 int main(int count, char** arguments) {
   std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is a failed write, told like every other
+  std::signal(SIGCHLD, SIG_DFL);  // ended children wait to be asked, whatever was inherited
   try {
-    return run(count, arguments);
+    const int status = run(count, arguments);
+    if (status == success && !std::cout.flush())
+      return report("cannot write standard output", failed);
+    return status;
   } catch (const std::exception& error) {
     return report(error.what(), failed);
   }

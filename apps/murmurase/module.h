@@ -17,7 +17,10 @@ using json = nlohmann::ordered_json;
 
 // A failure whose message is for the user.
 struct Failure : std::runtime_error {
-  using std::runtime_error::runtime_error;
+  explicit Failure(const std::string& message, bool names_its_file = false)
+      : std::runtime_error(message), names_file(names_its_file) {}
+
+  bool names_file;
 };
 
 struct FreeValue {

@@ -7,7 +7,11 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <string_view>
+#include <system_error>
+#include <unordered_map>
 
 #include "core/printable.h"
 
@@ -52,92 +56,112 @@ class CapturedErrors {
 
 // Why the tool failed, of what it said: the last line is the one that tells. Our own tool's lines
 // stand for themselves.
-std::string tool_failure(std::string said) {
+Failure tool_failure(std::string said) {
   while (!said.empty() && (said.back() == '\n' || said.back() == ' ')) said.pop_back();
   if (const std::size_t last = said.rfind('\n'); last != std::string::npos) said.erase(0, last + 1);
   constexpr std::string_view own_tool = "murmurase-xmp: ";
-  if (said.starts_with(own_tool)) return printable(said.substr(own_tool.size()));
-  return "cannot read its XMP: " +
-         (said.empty() ? "the XMP tool failed without saying why" : printable(said));
+  if (said.starts_with(own_tool)) return Failure(printable(said.substr(own_tool.size())), true);
+  return Failure("cannot read its XMP: " +
+                 (said.empty() ? "the XMP tool failed without saying why" : printable(said)));
 }
 
-void parse_movie(Controller& controller, const MovieOptions& options) {
+std::string parse_movie(Controller& controller, const MovieOptions& options) {
   CapturedErrors errors;
   const Value track_types = controller.call("parse_xmp_from_mov", {options.movie});
-  const std::string said = errors.restore();
-  if (track_types == nullptr) {
-    throw Failure(tool_failure(said));
-  }
-  std::fputs(said.c_str(), stderr);
+  std::string said = errors.restore();
+  if (track_types == nullptr) throw tool_failure(said);
   if (!controller.holds("transcription_xml")) {
     throw Failure("it has no speech transcription (no track of type \"Speech\" in its XMP)");
   }
+  return said;
 }
 
 std::string known_speakers(const json& speakers) {
+  constexpr std::size_t most_shown = 20;
   std::string text;
-  for (const json& entry : speakers) {
-    if (!text.empty()) text += ", ";
-    text += '"' + printable(entry["Speaker"].get_ref<const std::string&>()) + '"';
+  for (std::size_t i = 0; i < std::min(speakers.size(), most_shown); ++i) {
+    const auto& speaker = speakers[i]["Speaker"].get_ref<const std::string&>();
+    text += fmt::format("{}\"{}\"", i == 0 ? "" : ", ", printable(speaker));
   }
+  if (speakers.size() > most_shown)
+    text += fmt::format(" and {} more", speakers.size() - most_shown);
   return text.empty() ? "none" : text;
 }
 
-void set_name(json& speakers, const std::string& speaker, const std::string& name) {
-  const auto entry =
-      std::ranges::find_if(speakers, [&](const json& each) { return each["Speaker"] == speaker; });
-  if (entry == speakers.end()) {
-    throw Failure(fmt::format("it has no speaker \"{}\" to name; its speakers are {}",
-                              printable(speaker), known_speakers(speakers)));
-  }
-  (*entry)["Name"] = name;
-}
-
-void set_names_of_file(json& speakers, const std::string& path) {
+// The names of a file: what 'speakers --json' prints, "Name"s filled in.
+json names_of_file(const std::string& path) {
+  std::error_code error;
   std::ifstream file(path);
-  const json names = json::parse(file, nullptr, /*allow_exceptions=*/false);
+  if (!file || std::filesystem::is_directory(path, error)) {
+    throw Failure(fmt::format("the names file {} cannot be opened", printable(path)));
+  }
+  json names = json::parse(file, nullptr, /*allow_exceptions=*/false);
   const auto usable = [](const json& entry) {
     return entry.is_object() && entry.contains("Speaker") && entry["Speaker"].is_string() &&
            entry.contains("Name") && (entry["Name"].is_string() || entry["Name"].is_null());
   };
   if (!names.is_array() || !std::ranges::all_of(names, usable)) {
-    throw Failure(fmt::format("the names file {} cannot be {}", printable(path),
-                              file.is_open() ? "used; it must be what 'murmurase speakers --json' "
-                                               "prints, with \"Name\"s filled in"
-                                             : "opened"));
+    throw Failure(
+        fmt::format("the names file {} cannot be used; it must be what 'murmurase speakers "
+                    "--json' prints, with \"Name\"s filled in",
+                    printable(path)));
   }
-  for (const json& entry : names) {
-    if (entry["Name"].is_string()) set_name(speakers, entry["Speaker"], entry["Name"]);
-  }
+  return names;
 }
 
 void name_speakers(Controller& controller, const MovieOptions& options) {
   if (options.names.empty() && options.names_file.empty()) return;
   json speakers = controller.get("speakers_array");
-  if (!options.names_file.empty()) set_names_of_file(speakers, options.names_file);
+  std::unordered_map<std::string, std::size_t> positions;
+  for (std::size_t i = 0; i < speakers.size(); ++i) {
+    positions.emplace(speakers[i]["Speaker"].get<std::string>(), i);
+  }
+  const auto set_name = [&](const std::string& speaker, const std::string& name) {
+    const auto position = positions.find(speaker);
+    if (position == positions.end()) {
+      throw Failure(fmt::format("it has no speaker \"{}\" to name; its speakers are {}",
+                                printable(speaker), known_speakers(speakers)));
+    }
+    speakers[position->second]["Name"] = name;
+  };
+  if (!options.names_file.empty()) {
+    for (const json& entry : names_of_file(options.names_file)) {
+      if (entry["Name"].is_string()) set_name(entry["Speaker"], entry["Name"]);
+    }
+  }
   for (const std::string& name : options.names) {
     const std::size_t equals = name.find('=');
-    set_name(speakers, name.substr(0, equals), name.substr(equals + 1));
+    set_name(name.substr(0, equals), name.substr(equals + 1));
   }
   controller.set("speakers_array", speakers);
 }
 
 }  // namespace
 
-void read_movie(Controller& controller, const MovieOptions& options) {
+std::string read_movie(Controller& controller, const MovieOptions& options) {
   const std::string tool =
       options.xmp_tool.empty() ? (program_folder() / "murmurase-xmp").string() : options.xmp_tool;
   controller.set("xmpcommand", tool);
   controller.set("mov_file_path", options.movie);
-  parse_movie(controller, options);
+  std::string said = parse_movie(controller, options);
   controller.call("build_speakers_array", {});
   name_speakers(controller, options);
+  return said;
 }
 
-Failure movie_failure(const std::string& movie, const std::string& reason) {
-  const std::string name = printable(movie);
-  if (reason.find(name) != std::string::npos) return Failure(reason);
-  return Failure(fmt::format("{}: {}", name, reason));
+Failure movie_failure(const std::string& movie, const Failure& failure) {
+  if (failure.names_file) return failure;
+  return Failure(fmt::format("{}: {}", printable(movie), failure.what()), true);
+}
+
+void refuse_to_overwrite(const std::string& input, const std::string& output) {
+  std::error_code error;
+  if (std::filesystem::is_regular_file(output, error) &&
+      std::filesystem::equivalent(input, output, error)) {
+    throw Failure(fmt::format("{} is read, and would be overwritten; choose another output",
+                              printable(output)),
+                  true);
+  }
 }
 
 }  // namespace host

@@ -18,10 +18,14 @@ struct MovieOptions {
 };
 
 // Reads the movie into the controller: its transcription, its speakers, and the names that the user
-// gives them. A movie without a speech transcription is a failure.
-void read_movie(Controller& controller, const MovieOptions& options);
+// gives them. A movie without a speech transcription is a failure. Gives what the XMP tool said on
+// standard error though it succeeded, to be passed on when all has gone well.
+std::string read_movie(Controller& controller, const MovieOptions& options);
 
-// What failed on the movie, as the user is told it.
-Failure movie_failure(const std::string& movie, const std::string& reason);
+// The failure with the movie named first, unless the reason names it.
+Failure movie_failure(const std::string& movie, const Failure& failure);
+
+// A failure when the output is a file that is read: it would be overwritten.
+void refuse_to_overwrite(const std::string& input, const std::string& output);
 
 }  // namespace host

@@ -92,8 +92,9 @@ MURMURASE_API void murmurase_error_free(murmurase_error* error);
  * a second call ends in a type error and leaves the installed operations in place.
  *
  * Application Support is the system's own on macOS; elsewhere $XDG_DATA_HOME when that is an absolute
- * path, else ~/.local/share. Without any such directory start-up succeeds, and only the export that
- * writes into the working folder fails.
+ * path, else ~/.local/share, which is made when it is missing. Without any such directory (no $HOME, or
+ * one that nothing can be made in) start-up succeeds, and only the export that writes into the working
+ * folder fails. Start-up fails when the working folder cannot be made in a directory that is there.
  */
 MURMURASE_API void Init_murmurase_algorithm(void);
 

@@ -68,7 +68,9 @@ double leading_double(std::string_view text, bool underscores) {
     ++cursor.at;
     take_digits();
   } else if (digits <= 15 && cursor.peek() != 'e' && cursor.peek() != 'E') {
-    return static_cast<double>(leading_integer(number));  // exact, and what nearly every time is
+    // Exact, and what nearly every time is.
+    const auto value = static_cast<double>(leading_integer(number));
+    return value == 0 && number.starts_with('-') ? -0.0 : value;
   }
   if (digits == 0) return 0.0;
   if (cursor.peek() == 'e' || cursor.peek() == 'E') {

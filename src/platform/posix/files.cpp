@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <charconv>
 #include <climits>
+#include <csignal>
 #include <cstdlib>
 #include <optional>
 #include <random>
@@ -21,7 +22,42 @@ namespace {
 constexpr std::string_view action = "write";
 constexpr std::size_t piece = std::size_t{1} << 16;  // the least that a read is given room for
 
+// While it lives, a closed pipe and a file grown too large are errors of a write and no signals, which
+// would end a host that has not chosen otherwise.
+class NoWriteSignals {
+ public:
+  NoWriteSignals() {
+    sigemptyset(&signals_);
+    sigaddset(&signals_, SIGPIPE);
+    sigaddset(&signals_, SIGXFSZ);
+    sigpending(&pending_before_);
+    pthread_sigmask(SIG_BLOCK, &signals_, &mask_before_);
+  }
+  NoWriteSignals(const NoWriteSignals&) = delete;
+  NoWriteSignals& operator=(const NoWriteSignals&) = delete;
+  ~NoWriteSignals() {
+    for (const int signal : {SIGPIPE, SIGXFSZ}) {
+      sigset_t pending;
+      sigpending(&pending);
+      if (sigismember(&pending, signal) == 0 || sigismember(&pending_before_, signal) != 0)
+        continue;
+      sigset_t one;
+      sigemptyset(&one);
+      sigaddset(&one, signal);
+      int taken = 0;
+      sigwait(&one, &taken);
+    }
+    pthread_sigmask(SIG_SETMASK, &mask_before_, nullptr);
+  }
+
+ private:
+  sigset_t signals_{};
+  sigset_t pending_before_{};
+  sigset_t mask_before_{};
+};
+
 int write_all(int descriptor, std::string_view bytes) {
+  const NoWriteSignals quiet;
   while (!bytes.empty()) {
     const ssize_t written = write(descriptor, bytes.data(), bytes.size());
     if (written >= 0) {
@@ -86,6 +122,9 @@ FileDescriptor create_beside(const std::string& target, std::string& path) {
 int fill_and_rename(FileDescriptor& file, const std::string& path, std::string_view bytes,
                     const struct stat* replaced, const std::string& target) {
   if (const int error = write_all(file.get(), bytes); error != 0) return error;
+  if (replaced != nullptr && fchown(file.get(), replaced->st_uid, replaced->st_gid) != 0) {
+    // Only root may give a file away; whoever else may write it makes it theirs.
+  }
   if (replaced != nullptr && fchmod(file.get(), replaced->st_mode & 07777) != 0) return errno;
   if (fsync(file.get()) != 0) return errno;
   if (const int error = file.close(); error != 0) return error;

@@ -109,15 +109,14 @@ class PosixPlatform : public Platform {
   // into it first makes it. Where it cannot be made there is no home to keep anything in.
   std::vector<std::string> application_support_directories() override {
 #ifdef __APPLE__
-    std::string directory = "~/Library/Application Support";
+    const std::string directory = "~/Library/Application Support";
 #else
+    const std::string directory = "~/.local/share";
     const char* data_home = std::getenv("XDG_DATA_HOME");
-    std::string directory =
-        data_home != nullptr && *data_home == '/' ? data_home : "~/.local/share";
+    if (data_home != nullptr && *data_home == '/') return {data_home};
 #endif
-    while (directory.size() > 1 && directory.back() == '/') directory.pop_back();
     const std::string expanded = expand_tilde(directory);
-    if (expanded.starts_with('~')) return {};
+    if (expanded == directory) return {};
     std::error_code error;
     std::filesystem::create_directories(expanded, error);
     if (!is_directory(expanded)) return {};
