@@ -1,3 +1,4 @@
+#include <exempi/xmp.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <exception>
 #include <filesystem>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -16,6 +18,8 @@
 #include <vector>
 
 #include "failure.h"
+#include "movie.h"
+#include "normal_packet.h"
 #include "packet.h"
 
 namespace {
@@ -23,11 +27,11 @@ namespace {
 enum ExitStatus { kSuccess = 0, kFailure = 1, kWrongUsage = 2 };
 
 constexpr const char* kDescription =
-    "Prints the XMP packet of a movie, each property as an element.\n"
+    "Prints the XMP packet of a movie in the form that murmurase reads.\n"
     "A movie without one is served from its sidecar: clip.xmp or clip.mov.xmp beside clip.mov.";
 constexpr const char* kExamples =
     "Examples:\n"
-    "  murmurase-xmp get interview.mov          the packet, its properties as elements\n"
+    "  murmurase-xmp get interview.mov          the movie's own properties, normalised\n"
     "  murmurase-xmp get --raw interview.mov    the packet byte for byte as it is embedded\n"
     "  murmurase-xmp get interview.xmp          a sidecar\n"
     "  murmurase-xmp get -- -take2.mov          a name that begins with a dash\n"
@@ -68,13 +72,27 @@ void report(std::string_view failure) {
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
-void get(const std::string& movie, bool raw) {
-  const Library library;
-  Packet packet = find_packet(movie);
-  if (raw)
+Movie read(const Packet& packet, const std::string& path) {
+  return read_movie(packet, [&]() -> std::optional<Timecode> {
+    const std::optional<TrackTimecode> found = read_timecode_track(path);
+    if (!found) return std::nullopt;
+    return Timecode{"timecode track", found->format, found->value};
+  });
+}
+
+void get(const std::string& path, bool raw) {
+  std::optional<Library> library(std::in_place);
+  Packet packet = find_packet(path);
+  if (raw) {
     print(packet.bytes);
-  else
-    print(view(as_elements(std::move(packet))));
+    return;
+  }
+  Movie movie = read(packet, path);
+  packet.bytes = {};
+  const std::string text = print_normal_packet(movie);
+  library.reset();
+  for (const std::string& warning : movie.warnings) report(in_quotes(path) + ": " + warning);
+  print(text);
 }
 
 /// The arguments in the order that CLI11 wants, last first. A movie whose name begins with a dash
