@@ -16,6 +16,9 @@ struct Packet {
 /// cannot be read, is truncated, or is not one.
 Packet find_packet(const std::filesystem::path& movie);
 
+/// Whether the name of `path` ends in .xmp, in whatever case.
+bool is_xmp_file(const std::filesystem::path& path);
+
 /// The timecode and its format that libexempi makes out of the timecode track of `movie`; nothing if
 /// there is none.
 struct TrackTimecode {
