@@ -207,6 +207,7 @@ class XmpNormaliseTest(unittest.TestCase):
     def assert_stable(self, movie):
         once = self.get(movie)
         self.assertEqual(self.get(self.write(once, "again.xmp")), once)
+        return once
 
     def assert_phrases(self, data, expected):
         self.assertEqual([(p["words"], p["speaker"]) for p in data["phrases"]],
@@ -237,8 +238,7 @@ class XmpNormaliseTest(unittest.TestCase):
         for case, (packet, expected) in WORDS.items():
             with self.subTest(case):
                 self.assert_phrases(self.read(self.write(packet)), expected)
-                self.assert_stable("clip.xmp")
-                self.assertNotIn(b"stranger", self.get("clip.xmp"))
+                self.assertNotIn(b"stranger", self.assert_stable("clip.xmp"))
 
     def test_not_understood(self):
         for packet, *said in (
@@ -333,6 +333,43 @@ class XmpNormaliseTest(unittest.TestCase):
                     self.assertEqual(ours["phrases"], raw["phrases"])
                     self.assertEqual(ours["speakers"], raw["speakers"])
                     self.assertGreater(len(ours["phrases"]), 1)
+
+    def test_inspect(self):
+        self.write(HEAD % 'dc:format="a\tb"' + duration("1/90000") + fields(videoFrameRate="PAL")
+                   + timecode("24Timecode", "01;00;00;00") + tracks(
+            track(marker(startTime=1, name="chapter"), kind="Chapter", base=None),
+            track(marker(startTime=500, duration=300, name="first", probability=20),
+                  marker(startTime=700, duration=100, name="over", speaker="B", probability=80),
+                  word("back", 400), word("before", -1, 0, "B"), marker(startTime=900))) + TAIL)
+        result = self.run_in_folder(TOOL, "inspect", "--json", "clip.xmp")
+        self.assertEqual((result.returncode, result.stderr), (0, b""))
+        found = json.loads(result.stdout)
+        self.assertEqual((found["packet"]["source"], found["packet"]["form"]),
+                         ("sidecar", "elements and attributes"))
+        self.assertEqual(
+            [(e["property"], e["text"], e["rate"], e["used"]) for e in found["rate"]["evidence"]],
+            [("startTimecode/timeFormat", "24Timecode", "24", True),
+             ("videoFrameRate", "PAL", "25", False), ("duration/scale", "1/90000", None, False)])
+        self.assertEqual((found["rate"]["duration_scale"], found["start_timecode"]),
+                         ("1/24", "01:00:00:00"))
+        self.assertEqual([(t["type"], t["time_base"], t["markers"], t["words"])
+                          for t in found["tracks"]],
+                         [("Chapter", "", 1, 0), ("Speech", "f1000", 5, 4)])
+        self.assertEqual([(s["speaker"], s["words"], s["first_words"]) for s in found["speakers"]],
+                         [("", 1, "first"), ("B", 2, "over before"), ("A", 1, "back")])
+        self.assertEqual([(w["word"], w["time"]) for w in found["doubtful_words"]], [("first", .5)])
+        for warning, said in zip(found["warnings"], (
+                "1 of the words of track 2 come before its first speaker", "videoFrameRate gives 25",
+                'start before the word before them: 2, the first is "back"',
+                'before them ends: 1, the first is "over"',
+                'negative time: 1, the first is "before"'), strict=True):
+            self.assertIn(said, warning)
+        shown = self.run_in_folder(TOOL, "inspect", "clip.xmp").stdout.decode()
+        self.assertIn('"B": 2 words: over before', shown)
+        self.assertIn("* startTimecode/timeFormat: 24Timecode = 24", shown)
+        self.write(HEAD % "" + fields(videoFrameRate=24) + TAIL)
+        self.assertIn("no Speech track", self.run_in_folder(TOOL, "inspect", "clip.xmp").stdout.decode())
+        self.assertIn(b"<xmpDM:videoFrameRate", self.get("clip.xmp"))
 
 
 if __name__ == "__main__":
