@@ -334,6 +334,15 @@ class XmpNormaliseTest(unittest.TestCase):
                     self.assertEqual(ours["speakers"], raw["speakers"])
                     self.assertGreater(len(ours["phrases"]), 1)
 
+    def test_details_of_speakers(self):
+        self.write(phrases_of(*(word(f"w{i}") for i in range(9)), word("x y", speaker="B")))
+        command = [MURMURASE, "speakers", "--details", "clip.xmp"]
+        self.assertEqual(self.run_in_folder(*command).stdout.decode(),
+                         "Speaker  Words  First words\nA        9      w0 w1 w2 w3 w4 w5 w6 w7\n"
+                         "B        1      x y\n")
+        self.assertEqual(json.loads(self.run_in_folder(*command, "--json").stdout)[1],
+                         {"Speaker": "B", "Name": None, "Words": 1, "FirstWords": "x y"})
+
     def test_inspect(self):
         self.write(HEAD % 'dc:format="a\tb"' + duration("1/90000") + fields(videoFrameRate="PAL")
                    + timecode("24Timecode", "01;00;00;00") + tracks(

@@ -27,16 +27,18 @@ double seconds(const Count& count) {
 json rate_of(const Movie& movie) {
   json evidence = json::array();
   const RateEvidence* const used = used_evidence(movie);
-  for (const RateEvidence& each : movie.evidence)
+  for (const RateEvidence& each : movie.evidence) {
     evidence.push_back({{"property", each.property},
                         {"text", each.text},
                         {"rate", each.rate ? json(to_text(*each.rate)) : json()},
                         {"used", &each == used}});
-  if (!movie.duration_scale.empty())
+  }
+  if (!movie.duration_scale.empty()) {
     evidence.push_back({{"property", "duration/scale"},
                         {"text", movie.duration_scale},
                         {"rate", json()},
                         {"used", used == nullptr}});
+  }
   const std::string scale = normal_scale(movie);
   const std::optional<double> rate = rate_of_scale(scale);
   return {{"frames_per_second", rate ? json(*rate) : json()},
@@ -46,22 +48,24 @@ json rate_of(const Movie& movie) {
 
 json timecodes_of(const Movie& movie) {
   json timecodes = json::array();
-  for (const Timecode& each : movie.timecodes)
+  for (const Timecode& each : movie.timecodes) {
     timecodes.push_back({{"property", each.property},
                          {"format", each.format},
                          {"value", each.value},
                          {"used", &each == &movie.timecodes.front()}});
+  }
   return timecodes;
 }
 
 json tracks_of(const Movie& movie) {
   json tracks = json::array();
-  for (const Track& each : movie.tracks)
+  for (const Track& each : movie.tracks) {
     tracks.push_back({{"type", each.type},
                       {"name", each.name},
                       {"time_base", each.time_base},
                       {"markers", each.markers},
                       {"words", each.words}});
+  }
   return tracks;
 }
 
@@ -101,10 +105,11 @@ json doubtful_words(const Movie& movie) {
   }
   const double half = most > 1 ? 50 : 0.5;
   json list = json::array();
-  for (const auto& [word, probability] : known)
+  for (const auto& [word, probability] : known) {
     if (probability < half)
       list.push_back(
           {{"word", word->name}, {"time", seconds(word->start)}, {"probability", probability}});
+  }
   return list;
 }
 
@@ -123,11 +128,13 @@ struct Doubt {
 std::vector<std::string> warnings_of(const Movie& movie) {
   std::vector<std::string> warnings = movie.warnings;
   const RateEvidence* const used = used_evidence(movie);
-  for (const RateEvidence& each : movie.evidence)
-    if (each.rate && *each.rate != *used->rate)
+  for (const RateEvidence& each : movie.evidence) {
+    if (each.rate && *each.rate != *used->rate) {
       warnings.push_back(
           fmt::format("{} gives {} frames per second, {} gives {}; the former counts",
                       used->property, to_text(*used->rate), each.property, to_text(*each.rate)));
+    }
+  }
   if (movie.words.empty()) warnings.emplace_back("there is no Speech track with words");
   Doubt order{"start before the word before them"};
   Doubt overlap{"start before the word before them ends"};
@@ -146,11 +153,13 @@ std::vector<std::string> warnings_of(const Movie& movie) {
     before = &word;
     end = start + length;
   }
-  for (const Doubt& doubt : {order, overlap, negative})
-    if (doubt.count > 0)
+  for (const Doubt& doubt : {order, overlap, negative}) {
+    if (doubt.count > 0) {
       warnings.push_back(fmt::format("words that {}: {}, the first is {} at {:.3f} s", doubt.what,
                                      doubt.count, in_quotes(doubt.first->name),
                                      seconds(doubt.first->start)));
+    }
+  }
   return warnings;
 }
 
@@ -177,11 +186,12 @@ std::string as_lines(const json& found) {
     line("  {} {}: {} {}", each["used"].get<bool>() ? "*" : " ", shown(each["property"]),
          shown(each["value"]), shown(each["format"]));
   line("tracks     {}", found["tracks"].size());
-  for (const json& each : found["tracks"])
+  for (const json& each : found["tracks"]) {
     line("    {} {}: {} markers, {} words, {}", shown(each["type"]),
          in_quotes(each["name"].get_ref<const std::string&>()), each["markers"].get<std::size_t>(),
          each["words"].get<std::size_t>(),
          shown(each["time_base"]).empty() ? "1 unit per second" : shown(each["time_base"]));
+  }
   line("speakers   {}", found["speakers"].size());
   for (const json& each : found["speakers"])
     line("    {}: {} words: {}", in_quotes(each["speaker"].get_ref<const std::string&>()),

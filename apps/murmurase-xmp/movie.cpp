@@ -48,11 +48,12 @@ murmurase::xml::Recovery parse(const Packet& packet, Movie& movie) {
   const xmlDoc* const document = parsed.document.get();
   if (parsed.limit != nullptr)
     fail("cannot read the XMP packet of {}: {}; have it written again", file, parsed.limit);
-  if (document != nullptr && document->intSubset != nullptr)
+  if (document != nullptr && document->intSubset != nullptr) {
     fail(
         "cannot read the XMP packet of {}: it declares a document type, which XMP has not; have it "
         "written again",
         file);
+  }
   if (document == nullptr || rdf::find_rdf(document) == nullptr) {
     if (!first_problem.empty())
       fail("cannot read the XMP packet of {}: it is not well-formed XML: {}; have it written again",
@@ -183,17 +184,19 @@ void read_rates(const Gathered& gathered, Movie& movie) {
     movie.evidence.push_back(
         {"startTimeScale/startTimeSampleSize", text, rate ? true_rate(*rate) : std::nullopt});
   }
-  for (const RateEvidence& each : movie.evidence)
+  for (const RateEvidence& each : movie.evidence) {
     if (!each.rate)
       movie.warnings.push_back(fmt::format("the {} {} gives no frame rate and is passed over",
                                            each.property, in_quotes(each.text)));
+  }
   if (used_evidence(movie) != nullptr || movie.duration_scale.empty()) return;
   const std::optional<double> rate = rate_of_scale(movie.duration_scale);
-  if (!rate || *rate < 20 || *rate > 120)
+  if (!rate || *rate < 20 || *rate > 120) {
     movie.warnings.push_back(
         fmt::format("nothing tells the frame rate but the duration's scale {}, which reads as {}",
                     in_quotes(movie.duration_scale),
                     rate ? fmt::format("{} frames per second", *rate) : "no rate"));
+  }
 }
 
 }  // namespace

@@ -118,11 +118,12 @@ void append_words(std::string& out, Movie& movie) {
     out += "</rdf:li>\n";
   }
   out += "    </rdf:Seq></xmpDM:markers>\n   </rdf:li></rdf:Bag></xmpDM:Tracks>\n";
-  if (without_end > 0)
+  if (without_end > 0) {
     movie.warnings.push_back(
         fmt::format("{} words last until the end of the movie, which the packet does not tell; "
                     "their duration is written as 0",
                     without_end));
+  }
 }
 
 /// The duration's value in units of `new_scale`, whole if it was.

@@ -44,10 +44,11 @@ void append_text(const xmlNode* node, std::string& text) {
 
 bool is_default_language(const xmlNode* item) {
   for (const xmlNode* attribute = first_attribute(item); attribute != nullptr;
-       attribute = attribute->next)
+       attribute = attribute->next) {
     if (std::strcmp(characters(attribute->name), "lang") == 0 &&
         std::strcmp(space_of(attribute), kXml) == 0 && attribute->children != nullptr)
       return std::strcmp(characters(attribute->children->content), "x-default") == 0;
+  }
   return false;
 }
 
@@ -141,11 +142,12 @@ bool is_simple(Property property) {
 
 std::string text(Property property) {
   const xmlNode* node = property.node;
-  if (!property.is_attribute())
+  if (!property.is_attribute()) {
     while (const xmlNode* const value = value_within(node)) {
       node = value;
       if (!is_element(node)) break;
     }
+  }
   std::string text;
   append_text(node, text);
   return text;

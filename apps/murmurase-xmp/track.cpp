@@ -88,11 +88,12 @@ class TrackReader {
     if (time_base) track_.time_base = trimmed(rdf::text(time_base));
     read_base();
     if (markers) rdf::for_each_item(markers, [&](Property marker) { read_marker(marker); });
-    if (without_speaker_ > 0)
+    if (without_speaker_ > 0) {
       movie_.warnings.push_back(fmt::format(
           "{} of the words of track {} come before its first speaker; their speaker is left "
           "empty",
           without_speaker_, movie_.tracks.size() + 1));
+    }
     movie_.tracks.push_back(std::move(track_));
   }
 
