@@ -185,6 +185,11 @@ Packet find_packet(const fs::path& movie) {
 }
 
 std::optional<TrackTimecode> read_timecode_track(const fs::path& movie) {
+  {  // libexempi would parse the whole packet once more, most often for nothing.
+    std::uintmax_t size = 0;
+    const File opened = open_file(movie, size);
+    if (!has_timecode_track(opened.get(), size)) return std::nullopt;
+  }
   const XmpFile file(xmp_files_open_new(movie.c_str(), XMP_OPEN_READ));
   const Xmp xmp(file ? xmp_files_get_new_xmp(file.get()) : nullptr);
   if (!xmp) return std::nullopt;

@@ -67,6 +67,17 @@ struct Marker {
   Property speaker;
   Property probability;
   Property type;
+
+  /// Where the field of that name belongs; null if it is of no interest.
+  Property* slot(std::string_view field) {
+    if (field == "startTime") return &start_time;
+    if (field == "duration") return &duration;
+    if (field == "name") return &name;
+    if (field == "speaker") return &speaker;
+    if (field == "probability") return &probability;
+    if (field == "type") return &type;
+    return nullptr;
+  }
 };
 
 /// Reads the markers of one track.
@@ -130,24 +141,21 @@ class TrackReader {
     rdf::for_each_field(item, [&](Property field) {
       (field.is_attribute() ? movie_.has_attributes : movie_.has_elements) = true;
       if (field.space() != kDynamicMedia) return;
-      const std::string_view name = field.name();
-      Property* const slot = name == "startTime"     ? &marker.start_time
-                             : name == "duration"    ? &marker.duration
-                             : name == "name"        ? &marker.name
-                             : name == "speaker"     ? &marker.speaker
-                             : name == "probability" ? &marker.probability
-                             : name == "type"        ? &marker.type
-                                                     : nullptr;
+      Property* const slot = marker.slot(field.name());
       if (slot != nullptr && !*slot) *slot = field;
     });
     if (!is_speech(marker.type ? type_text(marker.type) : track_.type)) return;
     if (marker.speaker) speaker_ = rdf::text(marker.speaker);
-    if (!marker.name) return;
+    if (marker.name) read_word(marker);
+  }
+
+  void read_word(const Marker& marker) {
     Word word;
     word.name = rdf::text(marker.name);
     word.start = count(marker.start_time, "startTime", word.name);
-    if (!marker.duration || trimmed(rdf::text(marker.duration)) != "maximum")
+    if (!marker.duration || trimmed(rdf::text(marker.duration)) != "maximum") {
       word.duration = count(marker.duration, "duration", word.name);
+    }
     if (!speaker_) ++without_speaker_;
     word.speaker = speaker_.value_or("");
     if (marker.probability) word.probability = rdf::text(marker.probability);
