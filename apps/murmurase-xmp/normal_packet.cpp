@@ -8,6 +8,7 @@
 
 #include "failure.h"
 #include "rate.h"
+#include "track.h"
 
 namespace {
 
@@ -155,12 +156,19 @@ void append_timecode(std::string& out, const Timecode& timecode) {
 }
 
 void append_other(std::string& out, const OtherProperty& other) {
-  fmt::format_to(std::back_inserter(out), "   <{}:{} xmlns:{}=\"", other.prefix, other.name,
-                 other.prefix);
-  append_escaped(out, other.space);
-  out += "\">";
-  append_escaped(out, other.value);
-  fmt::format_to(std::back_inserter(out), "</{}:{}>\n", other.prefix, other.name);
+  out += "   ";
+  if (other.space == kDynamicMedia) {
+    append_field(out, other.name, other.value);
+  } else {
+    // Declared where it is used: two places of a packet may give a prefix two meanings.
+    fmt::format_to(std::back_inserter(out), "<{}:{} xmlns:{}=\"", other.prefix, other.name,
+                   other.prefix);
+    append_escaped(out, other.space);
+    out += "\">";
+    append_escaped(out, other.value);
+    fmt::format_to(std::back_inserter(out), "</{}:{}>", other.prefix, other.name);
+  }
+  out += '\n';
 }
 
 }  // namespace
