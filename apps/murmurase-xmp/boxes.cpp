@@ -57,6 +57,18 @@ std::vector<Box> boxes_in(std::FILE* file, Extent parent) {
   return boxes;
 }
 
+/// The boxes of that type which lie in any of `parents`.
+std::vector<Extent> boxes_of(std::FILE* file, const std::vector<Extent>& parents,
+                             std::string_view type) {
+  std::vector<Extent> found;
+  for (const Extent parent : parents) {
+    for (const Box& box : boxes_in(file, parent)) {
+      if (box.type() == type) found.push_back(box.content);
+    }
+  }
+  return found;
+}
+
 }  // namespace
 
 std::optional<Extent> find_packet_box(const std::filesystem::path& movie, std::FILE* file,
@@ -83,4 +95,17 @@ std::optional<Extent> find_packet_box(const std::filesystem::path& movie, std::F
          in_quotes(movie.native()), kCopyAgain);
   if (packets.size() != 1) return std::nullopt;
   return packets.front();
+}
+
+bool has_timecode_track(std::FILE* file, std::uint64_t size) {
+  std::vector<Extent> boxes{{0, size}};
+  for (const char* const type : {"moov", "trak", "mdia", "hdlr"}) {
+    boxes = boxes_of(file, boxes, type);
+  }
+  return std::any_of(boxes.begin(), boxes.end(), [&](Extent handler) {
+    std::array<char, 12> head{};  // Version and flags, component type, component subtype.
+    return fseeko(file, static_cast<off_t>(handler.offset), SEEK_SET) == 0 &&
+           std::fread(head.data(), 1, head.size(), file) == head.size() &&
+           std::string_view(head.data() + 8, 4) == "tmcd";
+  });
 }

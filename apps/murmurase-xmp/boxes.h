@@ -17,3 +17,6 @@ struct Extent {
 /// boxes do or has no moov box.
 std::optional<Extent> find_packet_box(const std::filesystem::path& movie, std::FILE* file,
                                       std::uint64_t size);
+
+/// Whether the movie has a track of timecode (a moov/trak/mdia/hdlr of the type tmcd).
+bool has_timecode_track(std::FILE* file, std::uint64_t size);

@@ -3,25 +3,19 @@
 #include <cstddef>
 #include <iterator>
 
+#include "core/utf8.h"
+
 namespace {
 
 /// The length of the character at the start of `text` (which is not empty) if it can be shown as it
 /// is, else 0.
 std::size_t showable_length(std::string_view text) {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned lead = byte(0);
-  if (lead < 0x80) return lead >= 0x20 && lead != 0x7F && lead != '\\' ? 1 : 0;
-  const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-  if (lead < 0xC2 || lead > 0xF4 || text.size() < length) return 0;
-  unsigned long code = lead & (0x7FU >> length);
-  for (std::size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xC0U) != 0x80) return 0;
-    code = code << 6 | (byte(i) & 0x3FU);
-  }
-  const bool too_long = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
-  const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
-  const bool breaks_line = code < 0xA0 || code == 0x2028 || code == 0x2029;
-  return too_long || surrogate || breaks_line || code > 0x10FFFF ? 0 : length;
+  const std::size_t length = murmurase::utf8_character(text);
+  if (length == 1) return byte(0) >= 0x20 && byte(0) != 0x7F && text[0] != '\\' ? 1 : 0;
+  const bool control = length == 2 && byte(0) == 0xC2 && byte(1) < 0xA0;  // U+0080 to U+009F
+  const bool separator = text.starts_with("\xE2\x80\xA8") || text.starts_with("\xE2\x80\xA9");
+  return control || separator ? 0 : length;
 }
 
 }  // namespace

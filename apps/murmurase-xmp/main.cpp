@@ -1,3 +1,4 @@
+#include <exempi/xmp.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <exception>
 #include <filesystem>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -16,6 +18,9 @@
 #include <vector>
 
 #include "failure.h"
+#include "inspect.h"
+#include "movie.h"
+#include "normal_packet.h"
 #include "packet.h"
 
 namespace {
@@ -23,13 +28,14 @@ namespace {
 enum ExitStatus { kSuccess = 0, kFailure = 1, kWrongUsage = 2 };
 
 constexpr const char* kDescription =
-    "Prints the XMP packet of a movie, each property as an element.\n"
+    "Prints the XMP packet of a movie in the form that murmurase reads.\n"
     "A movie without one is served from its sidecar: clip.xmp or clip.mov.xmp beside clip.mov.";
 constexpr const char* kExamples =
     "Examples:\n"
-    "  murmurase-xmp get interview.mov          the packet, its properties as elements\n"
+    "  murmurase-xmp get interview.mov          the movie's own properties, normalised\n"
     "  murmurase-xmp get --raw interview.mov    the packet byte for byte as it is embedded\n"
     "  murmurase-xmp get interview.xmp          a sidecar\n"
+    "  murmurase-xmp inspect interview.mov      rates, timecodes, tracks, speakers, warnings\n"
     "  murmurase-xmp get -- -take2.mov          a name that begins with a dash\n"
     "\n"
     "Exit status: 0 success, 1 failure, 2 wrong usage.";
@@ -68,22 +74,48 @@ void report(std::string_view failure) {
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
-void get(const std::string& movie, bool raw) {
-  const Library library;
-  Packet packet = find_packet(movie);
-  if (raw)
+Movie read(const Packet& packet, const std::string& path) {
+  return read_movie(packet, [&]() -> std::optional<Timecode> {
+    const std::optional<TrackTimecode> found = read_timecode_track(path);
+    if (!found) return std::nullopt;
+    return Timecode{"timecode track", found->format, found->value};
+  });
+}
+
+void get(const std::string& path, bool raw) {
+  std::optional<Library> library(std::in_place);
+  Packet packet = find_packet(path);
+  if (raw) {
     print(packet.bytes);
-  else
-    print(view(as_elements(std::move(packet))));
+    return;
+  }
+  Movie movie = read(packet, path);
+  packet.bytes = {};
+  const std::string text = print_normal_packet(movie);
+  library.reset();
+  for (const std::string& warning : movie.warnings) report(in_quotes(path) + ": " + warning);
+  print(text);
+}
+
+void inspect(const std::string& path, bool as_json) {
+  std::optional<Library> library(std::in_place);
+  const Packet packet = find_packet(path);
+  Movie movie = read(packet, path);
+  const std::string text = inspect(path, packet, movie, as_json);
+  library.reset();
+  print(text);
 }
 
 /// The arguments in the order that CLI11 wants, last first. A movie whose name begins with a dash
 /// gets the "--" that it needs: callers hand over any name as the last argument.
-std::vector<std::string> arguments_of(int argc, char** argv, const CLI::App& get) {
+std::vector<std::string> arguments_of(int argc, char** argv, const CLI::App& app) {
   std::vector<std::string> arguments(argv + 1, argv + argc);
   std::error_code error;
-  if (arguments.size() >= 2 && arguments.front() == get.get_name() &&
-      arguments.back().starts_with('-') && get.get_option_no_throw(arguments.back()) == nullptr &&
+  const auto commands = app.get_subcommands([&](const CLI::App* command) {
+    return !arguments.empty() && command->get_name() == arguments.front();
+  });
+  if (arguments.size() >= 2 && !commands.empty() && arguments.back().starts_with('-') &&
+      commands.front()->get_option_no_throw(arguments.back()) == nullptr &&
       std::find(arguments.begin(), arguments.end(), "--") == arguments.end() &&
       std::filesystem::exists(arguments.back(), error))
     arguments.insert(arguments.end() - 1, "--");
@@ -94,19 +126,25 @@ std::vector<std::string> arguments_of(int argc, char** argv, const CLI::App& get
 int run(int argc, char** argv) {
   std::string movie;
   bool raw = false;
+  bool as_json = false;
   CLI::App app(kDescription, "murmurase-xmp");
   app.footer(kExamples);
   app.set_version_flag("--version", "murmurase-xmp " MURMURASE_VERSION);
   app.require_subcommand(1);
-  CLI::App* const get_command = app.add_subcommand("get", "Print the XMP packet of a movie");
-  get_command->footer(kExamples);
-  get_command->add_option("movie", movie, "A movie, or an .xmp file")
-      ->required()
-      ->type_name("MOVIE");
+  const auto add = [&](const char* name, const char* description) {
+    CLI::App* const command = app.add_subcommand(name, description);
+    command->footer(kExamples);
+    command->add_option("movie", movie, "A movie, or an .xmp file")->required()->type_name("MOVIE");
+    return command;
+  };
+  CLI::App* const get_command = add("get", "Print the XMP packet of a movie, normalised");
   get_command->add_flag("--raw", raw, "Print the packet byte for byte as it is embedded");
+  CLI::App* const inspect_command =
+      add("inspect", "Show what the packet holds and what is made of it");
+  inspect_command->add_flag("--json", as_json, "Print one JSON object");
 
   try {
-    app.parse(arguments_of(argc, argv, *get_command));
+    app.parse(arguments_of(argc, argv, app));
   } catch (const CLI::CallForHelp&) {
     print(app.help());
     return kSuccess;
@@ -120,7 +158,10 @@ int run(int argc, char** argv) {
     report(what + "; see murmurase-xmp --help");
     return kWrongUsage;
   }
-  get(movie, raw);
+  if (*inspect_command)
+    inspect(movie, as_json);
+  else
+    get(movie, raw);
   return kSuccess;
 }
 

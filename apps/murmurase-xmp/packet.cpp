@@ -1,15 +1,18 @@
 #include "packet.h"
 
+#include <exempi/xmp.h>
+#include <exempi/xmpconsts.h>
 #include <exempi/xmperrors.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <optional>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -31,8 +34,18 @@ struct XmpFree {
   void operator()(XmpPtr xmp) const { xmp_free(xmp); }
 };
 using File = std::unique_ptr<std::FILE, FileClose>;
+/// A string that libexempi allocated.
+struct XmpStringFree {
+  void operator()(XmpStringPtr string) const { xmp_string_free(string); }
+};
+using XmpString = std::unique_ptr<_XmpString, XmpStringFree>;
 using XmpFile = std::unique_ptr<_XmpFile, XmpFileFree>;
 using Xmp = std::unique_ptr<_Xmp, XmpFree>;
+
+/// The text of `string`, valid as long as `string` is.
+std::string_view view(const XmpString& string) {
+  return {xmp_string_cstr(string.get()), xmp_string_len(string.get())};
+}
 
 std::string quoted_name(const fs::path& path) { return in_quotes(path.native()); }
 
@@ -126,28 +139,14 @@ std::vector<fs::path> sidecar_names(const fs::path& movie) {
   return names;
 }
 
+}  // namespace
+
 bool is_xmp_file(const fs::path& path) {
   std::string extension = path.extension().native();
   for (char& letter : extension)
     if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
   return extension == ".xmp";
 }
-
-/// libexempi's parser takes every reference of two hexadecimal digits for a control character and
-/// makes a space of it ("&#xE9;" as much as "&#x1F;"), but leaves decimal ones alone. Writes those
-/// that mean text in decimal, which takes no more room.
-void make_references_decimal(std::string& bytes) {
-  for (std::size_t at = bytes.find("&#x"); at != std::string::npos;
-       at = bytes.find("&#x", at + 3)) {
-    if (bytes.size() - at < 6 || bytes[at + 5] != ';') continue;
-    unsigned code = 0;
-    const char* const digits = bytes.data() + at + 3;
-    if (std::from_chars(digits, digits + 2, code, 16).ptr != digits + 2 || code < 0x20) continue;
-    fmt::format_to(bytes.data() + at, "&#{:03};", code);
-  }
-}
-
-}  // namespace
 
 Packet find_packet(const fs::path& movie) {
   if (is_xmp_file(movie)) return read_sidecar(movie);
@@ -185,19 +184,25 @@ Packet find_packet(const fs::path& movie) {
        quoted_name(movie), looked_for);
 }
 
-XmpString as_elements(Packet packet) {
-  make_references_decimal(packet.bytes);
-  const Xmp xmp(xmp_new_empty());
-  XmpString text(xmp_string_new());
-  if (!xmp || !text || !xmp_parse(xmp.get(), packet.bytes.data(), packet.bytes.size()))
-    fail_to_parse(packet.file, xmp_get_error());
-  // Well-formed XML without any RDF gives no properties, and no error either.
-  const std::unique_ptr<_XmpIterator, decltype(&xmp_iterator_free)> properties(
-      xmp_iterator_new(xmp.get(), nullptr, nullptr, XMP_ITER_JUSTCHILDREN), &xmp_iterator_free);
-  if (!xmp_iterator_next(properties.get(), nullptr, nullptr, nullptr, nullptr))
-    fail("no XMP properties in the packet of {}; have it written again", quoted_name(packet.file));
-  if (!xmp_serialize_and_format(xmp.get(), text.get(), XMP_SERIAL_READONLYPACKET, 0, "\n", " ", 0))
-    fail("cannot print the XMP packet of {}: libexempi error {}; use --raw",
-         quoted_name(packet.file), xmp_get_error());
-  return text;
+std::optional<TrackTimecode> read_timecode_track(const fs::path& movie) {
+  {  // libexempi would parse the whole packet once more, most often for nothing.
+    std::uintmax_t size = 0;
+    const File opened = open_file(movie, size);
+    if (!has_timecode_track(opened.get(), size)) return std::nullopt;
+  }
+  const XmpFile file(xmp_files_open_new(movie.c_str(), XMP_OPEN_READ));
+  const Xmp xmp(file ? xmp_files_get_new_xmp(file.get()) : nullptr);
+  if (!xmp) return std::nullopt;
+  const XmpString text(xmp_string_new());
+  const auto field = [&](const char* path) {
+    const bool found = xmp_get_property(xmp.get(), "http://ns.adobe.com/xmp/1.0/DynamicMedia/",
+                                        path, text.get(), nullptr);
+    return found ? std::string(view(text)) : std::string();
+  };
+  for (const std::string property : {"xmpDM:altTimecode", "xmpDM:startTimecode"}) {
+    const std::string value = field((property + "/xmpDM:timeValue").c_str());
+    if (!value.empty())
+      return TrackTimecode{field((property + "/xmpDM:timeFormat").c_str()), value};
+  }
+  return std::nullopt;
 }

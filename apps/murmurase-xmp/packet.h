@@ -1,22 +1,8 @@
 #pragma once
 
-#include <exempi/xmp.h>
-
 #include <filesystem>
-#include <memory>
+#include <optional>
 #include <string>
-#include <string_view>
-
-/// A string that libexempi allocated.
-struct XmpStringFree {
-  void operator()(XmpStringPtr string) const { xmp_string_free(string); }
-};
-using XmpString = std::unique_ptr<_XmpString, XmpStringFree>;
-
-/// The text of `string`, valid as long as `string` is.
-inline std::string_view view(const XmpString& string) {
-  return {xmp_string_cstr(string.get()), xmp_string_len(string.get())};
-}
 
 /// An XMP packet, byte for byte as it was found.
 struct Packet {
@@ -30,7 +16,13 @@ struct Packet {
 /// cannot be read, is truncated, or is not one.
 Packet find_packet(const std::filesystem::path& movie);
 
-/// The properties of `packet`, printed as a packet in which every property is an element and every
-/// structure an rdf:parseType="Resource", whichever of the forms of XMP (ISO 16684-1, 7.4 to 7.9)
-/// it used. Order and text stay. Throws Failure if the packet cannot be understood.
-XmpString as_elements(Packet packet);
+/// Whether the name of `path` ends in .xmp, in whatever case.
+bool is_xmp_file(const std::filesystem::path& path);
+
+/// The timecode and its format that libexempi makes out of the timecode track of `movie`; nothing if
+/// there is none.
+struct TrackTimecode {
+  std::string format;
+  std::string value;
+};
+std::optional<TrackTimecode> read_timecode_track(const std::filesystem::path& movie);

@@ -85,8 +85,9 @@ std::size_t width(const std::string& text) {
 }
 
 // Columns two blanks apart, the last one ragged.
-std::string table(const std::vector<std::array<std::string, 4>>& rows) {
-  std::array<std::size_t, 3> widths{};
+template <std::size_t columns>
+std::string table(const std::vector<std::array<std::string, columns>>& rows) {
+  std::array<std::size_t, columns - 1> widths{};
   for (const auto& row : rows) {
     for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], width(row[i]));
   }
@@ -117,13 +118,50 @@ std::string phrase_table(Controller& controller) {
   return table(rows);
 }
 
+// The speakers with how much each says, and how it begins: "Words" and "FirstWords".
+json speaker_details(Controller& controller) {
+  constexpr std::size_t most_first_words = 8;
+  json speakers = controller.get("speakers_array");
+  std::unordered_map<std::string, std::size_t> places;
+  for (json& entry : speakers) {
+    places.emplace(entry["Speaker"], places.size());
+    entry["Words"] = 0;
+    entry["FirstWords"] = "";
+  }
+  controller.call("build_words_array", {1});
+  for (const json& word : controller.get("words_array")) {
+    json& entry = speakers[places.at(word["speaker"])];
+    const auto count = entry["Words"].get<std::size_t>();
+    entry["Words"] = count + 1;
+    if (count >= most_first_words) continue;
+    auto& first_words = entry["FirstWords"].get_ref<std::string&>();
+    if (count > 0) first_words += ' ';
+    first_words += word["words"].get_ref<const std::string&>();
+  }
+  return speakers;
+}
+
+std::string details_table(const json& speakers) {
+  std::vector<std::array<std::string, 3>> rows = {{"Speaker", "Words", "First words"}};
+  for (const json& entry : speakers) {
+    rows.push_back({printable(entry["Speaker"].get_ref<const std::string&>()),
+                    entry["Words"].dump(),
+                    printable(entry["FirstWords"].get_ref<const std::string&>())});
+  }
+  return table(rows);
+}
+
 }  // namespace
 
-void print_speakers(const MovieOptions& options, bool as_json) {
+void print_speakers(const MovieOptions& options, bool as_json, bool details) {
   with_movie(options, [&](Controller& controller) {
-    const json speakers = controller.get("speakers_array");
+    const json speakers = details ? speaker_details(controller) : controller.get("speakers_array");
     if (as_json) {
       print_json(speakers);
+      return;
+    }
+    if (details) {
+      print(details_table(speakers));
       return;
     }
     std::string lines;

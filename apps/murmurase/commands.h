@@ -8,7 +8,8 @@
 // What each word of the command line does. Each throws a Failure; nothing else is printed then.
 namespace host {
 
-void print_speakers(const MovieOptions& options, bool as_json);
+// details: how many words each says, and the first ones.
+void print_speakers(const MovieOptions& options, bool as_json, bool details);
 void print_phrases(const MovieOptions& options, bool as_json);
 
 // "-" for standard output.

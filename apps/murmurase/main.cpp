@@ -198,8 +198,12 @@ int run(int count, char** arguments) {
   CLI::App* speakers = app.add_subcommand("speakers", "List the speakers, one identifier a line");
   add_movie(*speakers, options);
   speakers->add_flag("--json", as_json, "Print a JSON list that --names takes");
-  speakers->footer("Example:\n  murmurase speakers interview.mov --json > names.json");
-  speakers->callback([&] { host::print_speakers(options, as_json); });
+  bool details = false;
+  speakers->add_flag("--details", details, "Show how many words each says, and the first ones");
+  speakers->footer(
+      "Examples:\n  murmurase speakers interview.mov --details\n"
+      "  murmurase speakers interview.mov --json > names.json");
+  speakers->callback([&] { host::print_speakers(options, as_json, details); });
 
   CLI::App* phrases = app.add_subcommand("phrases", "Show the phrases with their times");
   add_movie(*phrases, options);

@@ -1,0 +1,236 @@
+#include "inspect.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <unordered_map>
+#include <vector>
+
+#include "failure.h"
+#include "normal_packet.h"
+#include "rate.h"
+
+namespace {
+
+using json = nlohmann::ordered_json;
+
+constexpr std::size_t kExcerptWords = 8;
+
+double seconds(const Count& count) {
+  const auto units = to_rational(count.units);  // Never nothing: 18 decimals at the most.
+  return to_double(*units) / to_double(count.base);
+}
+
+json rate_of(const Movie& movie) {
+  json evidence = json::array();
+  const RateEvidence* const used = used_evidence(movie);
+  for (const RateEvidence& each : movie.evidence) {
+    evidence.push_back({{"property", each.property},
+                        {"text", each.text},
+                        {"rate", each.rate ? json(to_text(*each.rate)) : json()},
+                        {"used", &each == used}});
+  }
+  if (!movie.duration_scale.empty()) {
+    evidence.push_back({{"property", "duration/scale"},
+                        {"text", movie.duration_scale},
+                        {"rate", json()},
+                        {"used", used == nullptr}});
+  }
+  const std::string scale = normal_scale(movie);
+  const std::optional<double> rate = rate_of_scale(scale);
+  return {{"frames_per_second", rate ? json(*rate) : json()},
+          {"duration_scale", scale.empty() ? json() : json(scale)},
+          {"evidence", evidence}};
+}
+
+json timecodes_of(const Movie& movie) {
+  json timecodes = json::array();
+  for (const Timecode& each : movie.timecodes) {
+    timecodes.push_back({{"property", each.property},
+                         {"format", each.format},
+                         {"value", each.value},
+                         {"used", &each == &movie.timecodes.front()}});
+  }
+  return timecodes;
+}
+
+json tracks_of(const Movie& movie) {
+  json tracks = json::array();
+  for (const Track& each : movie.tracks) {
+    tracks.push_back({{"type", each.type},
+                      {"name", each.name},
+                      {"time_base", each.time_base},
+                      {"markers", each.markers},
+                      {"words", each.words}});
+  }
+  return tracks;
+}
+
+json speakers_of(const Movie& movie) {
+  struct Speaker {
+    std::string name;
+    std::size_t words = 0;
+    std::string excerpt;
+  };
+  std::vector<Speaker> speakers;
+  std::unordered_map<std::string, std::size_t> places;
+  for (const Word& word : movie.words) {
+    const auto [place, added] = places.try_emplace(word.speaker, speakers.size());
+    if (added) speakers.push_back({word.speaker, 0, {}});
+    Speaker& speaker = speakers[place->second];
+    if (speaker.words++ < kExcerptWords)
+      speaker.excerpt += (speaker.excerpt.empty() ? "" : " ") + word.name;
+  }
+  json list = json::array();
+  for (const Speaker& each : speakers)
+    list.push_back({{"speaker", each.name}, {"words", each.words}, {"first_words", each.excerpt}});
+  return list;
+}
+
+/// The words that the recognition was less than half sure of. Probabilities are percent, or parts of
+/// 1 where none is above it.
+json doubtful_words(const Movie& movie) {
+  std::vector<std::pair<const Word*, double>> known;
+  double most = 0;
+  for (const Word& word : movie.words) {
+    double probability = 0;
+    const std::string_view text = trimmed(word.probability);
+    if (std::from_chars(text.data(), text.data() + text.size(), probability).ec != std::errc())
+      continue;
+    known.emplace_back(&word, probability);
+    most = std::max(most, probability);
+  }
+  const double half = most > 1 ? 50 : 0.5;
+  json list = json::array();
+  for (const auto& [word, probability] : known) {
+    if (probability < half)
+      list.push_back(
+          {{"word", word->name}, {"time", seconds(word->start)}, {"probability", probability}});
+  }
+  return list;
+}
+
+/// Counts what is doubtful, and remembers the first word it was seen at.
+struct Doubt {
+  const char* what;
+  std::size_t count = 0;
+  const Word* first = nullptr;
+
+  void note_if(bool condition, const Word& word) {
+    if (!condition) return;
+    if (count++ == 0) first = &word;
+  }
+};
+
+std::vector<std::string> warnings_of(const Movie& movie) {
+  std::vector<std::string> warnings = movie.warnings;
+  const RateEvidence* const used = used_evidence(movie);
+  for (const RateEvidence& each : movie.evidence) {
+    if (each.rate && *each.rate != *used->rate) {
+      warnings.push_back(
+          fmt::format("{} gives {} frames per second, {} gives {}; the former counts",
+                      used->property, to_text(*used->rate), each.property, to_text(*each.rate)));
+    }
+  }
+  if (movie.words.empty()) warnings.emplace_back("there is no Speech track with words");
+  Doubt order{"start before the word before them"};
+  Doubt overlap{"start before the word before them ends"};
+  Doubt negative{"have a negative time"};
+  const Word* before = nullptr;
+  double end = 0;
+  for (const Word& word : movie.words) {
+    const double start = seconds(word.start);
+    const double length = word.duration ? seconds(*word.duration) : 0;
+    negative.note_if(start < 0 || length < 0, word);
+    if (before != nullptr) {
+      const bool early = start < seconds(before->start);
+      order.note_if(early, word);
+      overlap.note_if(!early && start < end - 1e-9, word);
+    }
+    before = &word;
+    end = start + length;
+  }
+  for (const Doubt& doubt : {order, overlap, negative}) {
+    if (doubt.count > 0) {
+      warnings.push_back(fmt::format("words that {}: {}, the first is {} at {:.3f} s", doubt.what,
+                                     doubt.count, in_quotes(doubt.first->name),
+                                     seconds(doubt.first->start)));
+    }
+  }
+  return warnings;
+}
+
+std::string shown(const json& text) { return escaped(text.get_ref<const std::string&>()); }
+
+std::string as_lines(const json& found) {
+  std::string out;
+  const auto line = [&]<typename... Parts>(fmt::format_string<Parts...> format, Parts&&... parts) {
+    fmt::format_to(std::back_inserter(out), format, std::forward<Parts>(parts)...);
+    out += '\n';
+  };
+  const json& packet = found["packet"];
+  line("packet     {}, {} bytes, {}, in {}", shown(packet["source"]),
+       packet["bytes"].get<std::size_t>(), shown(packet["form"]), shown(packet["file"]));
+  const json& rate = found["rate"];
+  line("rate       {} frames per second, written as the scale {}", rate["frames_per_second"].dump(),
+       rate["duration_scale"].dump());
+  for (const json& each : rate["evidence"])
+    line("  {} {}: {}{}", each["used"].get<bool>() ? "*" : " ", shown(each["property"]),
+         shown(each["text"]), each["rate"].is_null() ? "" : " = " + shown(each["rate"]));
+  line("timecode   {}",
+       found["start_timecode"].is_null() ? "none" : shown(found["start_timecode"]));
+  for (const json& each : found["timecodes"])
+    line("  {} {}: {} {}", each["used"].get<bool>() ? "*" : " ", shown(each["property"]),
+         shown(each["value"]), shown(each["format"]));
+  line("tracks     {}", found["tracks"].size());
+  for (const json& each : found["tracks"]) {
+    line("    {} {}: {} markers, {} words, {}", shown(each["type"]),
+         in_quotes(each["name"].get_ref<const std::string&>()), each["markers"].get<std::size_t>(),
+         each["words"].get<std::size_t>(),
+         shown(each["time_base"]).empty() ? "1 unit per second" : shown(each["time_base"]));
+  }
+  line("speakers   {}", found["speakers"].size());
+  for (const json& each : found["speakers"])
+    line("    {}: {} words: {}", in_quotes(each["speaker"].get_ref<const std::string&>()),
+         each["words"].get<std::size_t>(), shown(each["first_words"]));
+  line("doubtful   {} words are less than half sure", found["doubtful_words"].size());
+  std::size_t left = 10;
+  for (const json& each : found["doubtful_words"]) {
+    if (left-- == 0) break;
+    line("    {:.3f} s {}: {}", each["time"].get<double>(), shown(each["word"]),
+         each["probability"].dump());
+  }
+  line("warnings   {}", found["warnings"].size());
+  for (const json& each : found["warnings"]) line("    {}", each.get_ref<const std::string&>());
+  return out;
+}
+
+}  // namespace
+
+std::string inspect(const std::string& path, const Packet& packet, Movie& movie, bool as_json) {
+  print_normal_packet(movie);  // Which may have something to warn of, too.
+  const bool embedded = packet.file == path && !is_xmp_file(path);
+  const char* const form = movie.has_attributes && movie.has_elements ? "elements and attributes"
+                           : movie.has_attributes                     ? "attributes"
+                                                                      : "elements";
+  json found{{"movie", path},
+             {"packet",
+              {{"source", embedded ? "embedded" : "sidecar"},
+               {"file", packet.file.native()},
+               {"bytes", packet.bytes.size()},
+               {"form", form},
+               {"damaged", movie.damaged}}},
+             {"rate", rate_of(movie)},
+             {"start_timecode",
+              movie.timecodes.empty() ? json() : json(normal_timecode(movie.timecodes.front()))},
+             {"timecodes", timecodes_of(movie)},
+             {"tracks", tracks_of(movie)},
+             {"speakers", speakers_of(movie)},
+             {"doubtful_words", doubtful_words(movie)},
+             {"warnings", warnings_of(movie)}};
+  if (as_json) return found.dump(2, ' ', false, json::error_handler_t::replace) + '\n';
+  return as_lines(found);
+}
