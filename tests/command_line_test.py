@@ -150,6 +150,27 @@ class CommandLine(unittest.TestCase):
         for name, out in runs:
             self.assertEqual(self.markers_of(out.read_bytes())[0][0], name)
 
+    def test_runs_at_the_same_time_open_their_own_clip(self):
+        started = []
+        for i in range(6):
+            opener = self.tool(f'exec grep -q "<name>Name {i}</name>" "$1"')[1]
+            started.append(subprocess.Popen(
+                [os.environ["MURMURASE"], "markers", INTERVIEW, CLIP, "--open-with", opener,
+                 f"--name=Speaker 1=Name {i}", *PLAIN_TOOL], stdout=subprocess.DEVNULL))
+        self.assertEqual([each.wait() for each in started], [0] * len(started))
+
+    def test_what_is_read_is_never_overwritten(self):
+        movie, clip = self.folder / "take.txt", self.folder / "take.xml"
+        movie.write_bytes(pathlib.Path(INTERVIEW).read_bytes())
+        clip.write_bytes(pathlib.Path(CLIP).read_bytes())
+        before = movie.read_bytes(), clip.read_bytes()
+        for arguments in (["text", movie, movie], ["excel", movie, movie], ["markers", movie, clip, clip],
+                          ["export", movie, "--out", self.folder],
+                          ["export", INTERVIEW.replace("interview", "./interview"), movie, "--out",
+                           self.folder, "--clip", clip]):
+            self.expect_failure(*map(str, arguments), *PLAIN_TOOL, message="would be overwritten")
+        self.assertEqual((movie.read_bytes(), clip.read_bytes()), before)
+
     def test_excel(self):
         out = self.folder / "out.xls"
         self.expect("excel", INTERVIEW, str(out), "--words=3", "--name=Speaker 2=Зоя", *PLAIN_TOOL)
@@ -229,6 +250,7 @@ class CommandLine(unittest.TestCase):
             ([INTERVIEW, "--xmp-tool", "/none/tool"], "/none/tool"),
             ([str(self.folder / "new\nline.mov")], "new\\nline.mov"),
             ([silent, *PLAIN_TOOL], "no speech transcription"),
+            ([silent, *self.tool('echo a warning >&2; exec cat "$2"')], "no speech transcription"),
             ([INTERVIEW, *PLAIN_TOOL, "--name", "Bob=B"], '"Bob" to name; its speakers are "Speaker 1", "Speaker 2"'),
             ([INTERVIEW, *PLAIN_TOOL, "--names", "/none"], "/none cannot be opened"),
             ([INTERVIEW, *PLAIN_TOOL, "--names", str(self.folder / "bad.json")], "speakers --json"),
