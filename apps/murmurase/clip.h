@@ -13,8 +13,6 @@ namespace host {
 class ClipTarget {
  public:
   explicit ClipTarget(const std::string& output);
-  ClipTarget(const ClipTarget&) = delete;
-  ClipTarget& operator=(const ClipTarget&) = delete;
 
   // The message with the output's name where the module named its own file.
   Failure renamed(const Failure& failure) const;
