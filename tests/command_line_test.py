@@ -142,6 +142,37 @@ class CommandLine(unittest.TestCase):
         self.assertIn("A &amp; B ", done.stdout)
         self.expect_failure("markers", INTERVIEW, str(bad), "/none/x", *PLAIN_TOOL, message="/none/x")
 
+    def test_bad_clips(self):
+        path, out = self.folder / "clip.xml", self.folder / "out.xml"
+        small = (b'<xmeml version="5"><clip><name>c</name><rate><timebase>25</timebase></rate>'
+                 b"<updatebehavior>x</updatebehavior></clip></xmeml>\n")
+        command = ["markers", INTERVIEW, str(path), str(out), *PLAIN_TOOL]
+        for clip, message in [(b"", str(path)), (b"\x7fELF\0\1\2", "XML"), (b"<a/>", "xmeml"),
+                              (small.replace(b"clip>", b"klip>"), "clip element"),
+                              (small.replace(b"updatebehavior", b"other"), "updatebehavior"),
+                              (small.replace(b"timebase", b"base"), "rate/timebase")]:
+            path.write_bytes(clip)
+            self.expect_failure(*command, message=message)
+            self.assertFalse(out.exists())
+        for clip in (small.replace(b">c<", b">\xe9t\xe9\x01<"), small.replace(b"><", b">\r\n<"),
+                     b"<!DOCTYPE xmeml>" + small, small.replace(b'"5"', b'"v5"')):
+            path.write_bytes(clip)
+            self.assertEqual(run(*command).returncode, 0, clip)
+            self.assertEqual(path.read_bytes(), clip)
+            self.assertEqual(b"<color>" in out.read_bytes(), b'"v5"' not in clip)
+            self.assertEqual(len(self.markers_of(out.read_bytes())), 2)
+        for length in range(len(small) - 1):
+            path.write_bytes(small[:length])
+            out.unlink(missing_ok=True)
+            done = run(*command)
+            self.assertEqual(out.exists(), done.returncode == 0, length)
+            self.assertRegex(done.stderr, r"\A(murmurase: [^\n]+\n)?\Z")
+            if out.exists():
+                self.markers_of(out.read_bytes())  # well-formed
+        path.unlink()
+        path.mkdir()
+        self.expect_failure(*command, message="Is a directory")
+
     def test_runs_at_the_same_time_do_not_mix(self):
         runs = [(f"Name {i}", self.folder / f"{i}.xml") for i in range(8)]
         started = [subprocess.Popen([os.environ["MURMURASE"], "markers", INTERVIEW, CLIP, str(out),
