@@ -19,12 +19,13 @@ def records(path):
     with open(path, "rb") as file:
         container = CompDoc(file.read(), logfile=io.StringIO())
     memory, start, size = container.locate_named_stream("Workbook")
-    stream, found, position = memory[start:start + size], {}, 0
-    while position < size:
+    stream, found, position, ends = memory[start:start + size], {}, 0, 0
+    while ends < 2:  # of the globals and of the sheet
         kind, length = struct.unpack_from("<HH", stream, position)
         found[position] = (kind, stream[position + 4:position + 4 + length])
         position += 4 + length
-    assert position == size
+        ends += kind == 0x0A
+    assert not stream[position:].strip(b"\0") and (position == size or size == 4096)
     return found
 
 

@@ -29,6 +29,7 @@ class ByteBuffer {
   // Counts bytes that were written into the room as held.
   void grow(std::size_t count) { size_ += count; }
 
+  char* data() { return bytes_.get(); }
   std::string_view view() const { return {bytes_.get(), size_}; }
 
  private:

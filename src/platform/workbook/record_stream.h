@@ -1,16 +1,14 @@
 #pragma once
 
-#include <gsf/gsf-output.h>
-
 #include <bit>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <string_view>
 
+#include "platform/byte_buffer.h"
 #include "platform/workbook/biff8.h"
 
 namespace murmurase::workbook {
@@ -32,51 +30,46 @@ void append(std::string& bytes, Field field) {
   bytes.append(stored, sizeof field);
 }
 
-/// The workbook's records on their way into a stream of the compound file, a piece at a time.
+/// The workbook's records, appended to the bytes of a file.
 class RecordStream {
  public:
-  explicit RecordStream(GsfOutput* stream);
+  /// Begins where the file now ends. The file must outlive this object.
+  explicit RecordStream(ByteBuffer& file) : file_(file), start_(file.view().size()) {}
 
   /// Writes one record: its type, its size and its fields (unsigned integers, doubles, bytes), of
   /// biff8::max_record_data bytes at most.
   template <class... Fields>
   void record(biff8::Type type, Fields... fields) {
     const auto size = (std::size_t{0} + ... + field_size(fields));
-    if (used_ + biff8::record_header_size + size > capacity) flush();
-    put(static_cast<std::uint16_t>(type));
-    put(static_cast<std::uint16_t>(size));
-    (put(fields), ...);
+    char* place = file_.room(biff8::record_header_size + size).data();
+    put(place, static_cast<std::uint16_t>(type));
+    put(place, static_cast<std::uint16_t>(size));
+    (put(place, fields), ...);
+    file_.grow(biff8::record_header_size + size);
   }
 
   /// The stream position of the next record.
-  [[nodiscard]] std::size_t position() const { return written_ + used_; }
+  [[nodiscard]] std::size_t position() const { return file_.view().size() - start_; }
 
   /// Writes over bytes written earlier.
-  void patch(std::size_t position, std::string_view bytes);
-
-  /// Hands all records on to the compound file.
-  void flush();
+  void patch(std::size_t position, std::string_view bytes) {
+    store(file_.data() + start_ + position, bytes);
+  }
 
  private:
-  static constexpr std::size_t capacity = 65536;
-
   static std::size_t field_size(std::string_view bytes) { return bytes.size(); }
   template <class Field>
   static std::size_t field_size(Field) {
     return sizeof(Field);
   }
   template <class Field>
-  void put(Field field) {
-    store(buffer_.get() + used_, field);
-    used_ += field_size(field);
+  static void put(char*& place, Field field) {
+    store(place, field);
+    place += field_size(field);
   }
-  void write(std::string_view bytes);
-  void seek(std::size_t position);
 
-  GsfOutput* stream_;
-  std::unique_ptr<char[]> buffer_ = std::make_unique<char[]>(capacity);
-  std::size_t used_ = 0;
-  std::size_t written_ = 0;
+  ByteBuffer& file_;
+  std::size_t start_;
 };
 
 }  // namespace murmurase::workbook

@@ -1,26 +1,18 @@
 #include "platform/workbook/workbook.h"
 
-#include <glib-object.h>
-#include <gsf/gsf-outfile-msole.h>
-#include <gsf/gsf-output-memory.h>
-
 #include <algorithm>
 #include <cmath>
-#include <new>
 #include <stdexcept>
 
 #include "core/error.h"
 #include "platform/workbook/biff8.h"
 #include "platform/workbook/cell_text.h"
+#include "platform/workbook/compound_file.h"
 #include "platform/workbook/record_stream.h"
 #include "platform/workbook/workbook_records.h"
 
 namespace murmurase::workbook {
 namespace {
-
-/// The class of BIFF8 workbooks, 00020820-0000-0000-C000-000000000046.
-constexpr guint8 workbook_class[16] = {0x20, 0x08, 0x02, 0, 0, 0, 0, 0,
-                                       0xC0, 0,    0,    0, 0, 0, 0, 0x46};
 
 /// Sorts the cells by place; of several writes to a cell the last one stays.
 void put_in_order(std::vector<Cell>& cells) {
@@ -33,8 +25,6 @@ void put_in_order(std::vector<Cell>& cells) {
 }
 
 }  // namespace
-
-void Workbook::Unref::operator()(void* object) const { g_object_unref(object); }
 
 void Workbook::require_open(const char* operation) const {
   if (state_ == State::open) return;
@@ -97,24 +87,14 @@ std::string_view Workbook::close() {
   put_in_order(cells_);
   strings_.finish();
 
-  file_.reset(gsf_output_memory_new());
-  auto* const memory = static_cast<GsfOutput*>(file_.get());
-  const std::unique_ptr<GsfOutfile, Unref> root(gsf_outfile_msole_new(memory));
-  gsf_outfile_msole_set_class_id(GSF_OUTFILE_MSOLE(root.get()), workbook_class);
-  const std::unique_ptr<GsfOutput, Unref> stream(
-      gsf_outfile_new_child(root.get(), "Workbook", FALSE));
-  RecordStream records(stream.get());
+  begin_compound_file(file_);
+  RecordStream records(file_);
   write_records(records, strings_, cells_, widths_);
-  records.flush();
-  if (gsf_output_close(stream.get()) == FALSE ||
-      gsf_output_close(GSF_OUTPUT(root.get())) == FALSE) {
-    throw std::bad_alloc();  // all that a file in memory can fail for
-  }
+  finish_compound_file(file_);
   strings_ = {};
   std::vector<Cell>().swap(cells_);
   state_ = State::closed;
-  return {reinterpret_cast<const char*>(gsf_output_memory_get_bytes(GSF_OUTPUT_MEMORY(memory))),
-          static_cast<std::size_t>(gsf_output_size(memory))};
+  return file_.view();
 }
 
 }  // namespace murmurase::workbook

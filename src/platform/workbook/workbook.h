@@ -3,11 +3,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/byte_buffer.h"
 #include "platform/workbook/shared_strings.h"
 
 namespace murmurase::workbook {
@@ -63,9 +63,6 @@ class Workbook {
   [[nodiscard]] std::string_view close();
 
  private:
-  struct Unref {
-    void operator()(void* object) const;
-  };
   enum class State { empty, open, closed };
 
   void require_open(const char* operation) const;
@@ -75,7 +72,7 @@ class Workbook {
   std::vector<Cell> cells_;
   std::array<std::uint16_t, 256> widths_{};  ///< in 1/256 digit; 0 is the default width
   std::string encoded_;                      ///< the current text, kept for its memory
-  std::unique_ptr<void, Unref> file_;        ///< libgsf's memory with the finished file
+  ByteBuffer file_;
 };
 
 }  // namespace murmurase::workbook
