@@ -2,6 +2,9 @@
 
 #include <libxml/parser.h>
 
+#include <new>
+#include <utility>
+
 #include "export/marker_clip.h"
 #include "export/spreadsheet.h"
 #include "export/text_transcript.h"
@@ -11,6 +14,7 @@
 #include "readers/clip_reader.h"
 #include "readers/movie_reader.h"
 #include "timecode/timecode.h"
+#include "xml/problem_channel.h"
 
 namespace murmurase {
 namespace {
@@ -37,12 +41,22 @@ void prepare_working_folder(Process& process) {
   process.temp_xml_file = folder + "/Parlenda.xml";
 }
 
+void start_parser() {
+  bool ran_out = false;
+  const xml::ProblemChannel channel(
+      [](void* data, xml::Problem*) { *static_cast<bool*>(data) = true; }, &ran_out);
+  xmlInitParser();
+  if (ran_out) throw std::bad_alloc();
+}
+
 }  // namespace
 
 void start_up(Module& module) {
-  xmlInitParser();
+  start_parser();
   prepare_working_folder(module.process);
-  for (const Operation& each : operations) module.operations.install(each);
+  OperationTable installed = module.operations;  // all of them, or none
+  for (const Operation& each : operations) installed.install(each);
+  module.operations = std::move(installed);
 }
 
 }  // namespace murmurase

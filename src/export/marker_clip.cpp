@@ -14,6 +14,7 @@
 #include "platform/platform.h"
 #include "xml/document.h"
 #include "xml/edit.h"
+#include "xml/problem_channel.h"
 
 namespace murmurase {
 namespace {
@@ -170,6 +171,7 @@ void add_markers(Controller& controller, xmlNode* clip, bool coloured, std::int6
 }  // namespace
 
 bool create_clip_with_markers(Controller& controller) {
+  const xml::ProblemChannel quiet;
   std::int64_t grouping = 0;
   from_value(to_value(controller.host.wordGroupingSlider_value()), "wordGroupingSlider_value",
              grouping);

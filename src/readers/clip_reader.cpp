@@ -5,11 +5,13 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 
 #include "core/convert.h"
 #include "core/error.h"
 #include "platform/platform.h"
 #include "readers/line_repair.h"
+#include "xml/problem_channel.h"
 #include "xml/recovery.h"
 
 namespace murmurase {
@@ -74,6 +76,7 @@ struct Annotation {
 }  // namespace
 
 ClipFile parse_xml_file(Controller& controller, const std::string& path) {
+  const xml::ProblemChannel quiet;
   const ByteBuffer file = controller.process.platform.read_file(path);
   ClipRepair repair;
   constexpr auto whole = xml::Wanted::only_without_problems;
@@ -93,6 +96,7 @@ ClipFile parse_xml_file(Controller& controller, const std::string& path) {
   if (first == nullptr) fail(path, clip.first_problem);
   // A document that knows its file lets later errors name it.
   clip.document->URL = xmlStrdup(reinterpret_cast<const xmlChar*>(path.c_str()));
+  if (clip.document->URL == nullptr) throw std::bad_alloc();
   std::string name = first->name != nullptr ? reinterpret_cast<const char*>(first->name) : "";
   _xmlDoc* const document = clip.document.get();
   return {XmlDocument(document, Annotation{std::move(clip.document), std::move(repair)}),

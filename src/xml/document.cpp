@@ -24,6 +24,7 @@ struct ValueParse {
   std::size_t entity_text_so_far = 0;                          // bytes
   const char* limit = nullptr;                                 // the first limit passed
   bool memory_ran_out = false;
+  bool malformed = false;
 };
 
 // Bytes that all references to entities together may stand for; metadata has no use for any.
@@ -127,6 +128,7 @@ void reference(void* context, const xmlChar* name) {
 void note_problem(void* context, Problem* problem) {
   Limits limits;
   limits.note(*problem);
+  state_of(context).malformed = true;
   if (problem->code == XML_ERR_UNSUPPORTED_ENCODING) limits.passed = "its encoding is unknown";
   if (limits.memory_ran_out) state_of(context).memory_ran_out = true;
   if (limits.memory_ran_out || limits.passed != nullptr) {
@@ -134,22 +136,86 @@ void note_problem(void* context, Problem* problem) {
   }
 }
 
-}  // namespace
+void copy_attributes(const xmlNode& element, xmlNode& clone) {
+  xmlAttr* last = nullptr;
+  for (xmlAttr* each = element.properties; each != nullptr; each = each->next) {
+    xmlAttr* attribute = xmlCopyProp(&clone, each);
+    if (attribute == nullptr) return;
+    attribute->prev = last;
+    (last == nullptr ? clone.properties : last->next) = attribute;
+    last = attribute;
+  }
+}
 
-XmlDocument parse_values(std::string_view bytes, std::span<const char* const> values,
-                         const char* space, std::string_view what) {
+// Links the clone of a node as the last child. Null, or a clone with less in it, when memory runs out.
+xmlNode* copy_node(xmlNode* node, xmlNode* parent) {
+  xmlNode* clone = nullptr;
+  if (node->type == XML_ELEMENT_NODE) {
+    clone = xmlNewDocNode(parent->doc, nullptr, node->name, nullptr);
+  } else if (node->type == XML_DTD_NODE) {
+    parent->doc->intSubset = xmlCopyDtd(reinterpret_cast<xmlDtd*>(node));
+    clone = reinterpret_cast<xmlNode*>(parent->doc->intSubset);
+    if (clone != nullptr) xmlSetTreeDoc(clone, parent->doc);
+  } else {
+    clone = xmlDocCopyNode(node, parent->doc, 0);
+  }
+  if (clone == nullptr) return nullptr;
+  clone->parent = parent;
+  clone->prev = parent->last;
+  (parent->last == nullptr ? parent->children : parent->last->next) = clone;
+  parent->last = clone;
+  if (node->type == XML_ELEMENT_NODE) {
+    if (node->nsDef != nullptr) clone->nsDef = xmlCopyNamespaceList(node->nsDef);
+    if (node->ns != nullptr) clone->ns = xmlSearchNs(clone->doc, clone, node->ns->prefix);
+    copy_attributes(*node, *clone);
+  }
+  return clone;
+}
+
+// Not by xmlCopyDoc, which in libxml2 2.9 leaks what it has copied when memory runs out.
+void copy_content(const xmlDoc& document, xmlDoc& duplicate) {
+  if (document.dict != nullptr) duplicate.dict = xmlDictCreateSub(document.dict);  // or null
+  duplicate.standalone = document.standalone;
+  duplicate.properties = document.properties;
+  duplicate.charset = document.charset;
+  if (document.encoding != nullptr) duplicate.encoding = xmlStrdup(document.encoding);
+  if (document.URL != nullptr) duplicate.URL = xmlStrdup(document.URL);
+  auto* parent = reinterpret_cast<xmlNode*>(&duplicate);
+  for (xmlNode* node = document.children; node != nullptr;) {
+    xmlNode* clone = copy_node(node, parent);
+    if (clone == nullptr) return;
+    if (node->type == XML_ELEMENT_NODE && node->children != nullptr) {
+      node = node->children;
+      parent = clone;
+      continue;
+    }
+    while (node != nullptr && node->next == nullptr) {
+      node = node->parent;
+      parent = parent->parent;
+      if (node->type != XML_ELEMENT_NODE) return;
+    }
+    node = node->next;
+  }
+}
+
+XmlDocument parse_once(std::string_view bytes, std::span<const char* const> values,
+                       const char* space, std::string_view what, bool& malformed) {
   const auto fail = [&](std::string_view reason) {
     throw Error(ErrorKind::xml, fmt::format("{} cannot be read as XML: {}", what, reason));
   };
   if (bytes.empty()) fail("it is empty");
-  const ProblemChannel quiet([](void*, Problem*) {}, nullptr);  // beside what the parser reports
+  Limits beside;  // what libxml2 reports though its parser does not
+  const ProblemChannel channel(note_limits, &beside);
   const Context context = open_parser(bytes, XML_PARSE_COMPACT);
   ValueParse state;
   state.main_context = context.get();
-  state.space = xmlDictLookup(context->dict, as_xml(space), -1);
-  for (const char* value : values) {
-    state.values.push_back(xmlDictLookup(context->dict, as_xml(value), -1));
-  }
+  const auto interned = [&](const char* name) {
+    const xmlChar* known = xmlDictLookup(context->dict, as_xml(name), -1);
+    if (known == nullptr) throw std::bad_alloc();
+    return known;
+  };
+  state.space = interned(space);
+  for (const char* value : values) state.values.push_back(interned(value));
   context->_private = &state;
   xmlSAXHandler& sax = *context->sax;
   sax.startElementNs = start_element;
@@ -164,18 +230,34 @@ XmlDocument parse_values(std::string_view bytes, std::span<const char* const> va
 
   XmlDocument document = own(context->myDoc);
   context->myDoc = nullptr;
-  if (state.memory_ran_out) throw std::bad_alloc();
+  if (state.memory_ran_out || beside.memory_ran_out) throw std::bad_alloc();
   if (state.limit != nullptr) fail(state.limit);
   if (!document || xmlDocGetRootElement(document.get()) == nullptr) fail("it holds no element");
+  malformed = state.malformed;
+  return document;
+}
+
+}  // namespace
+
+XmlDocument parse_values(std::string_view bytes, std::span<const char* const> values,
+                         const char* space, std::string_view what) {
+  bool malformed = false;
+  XmlDocument document = parse_once(bytes, values, space, what, malformed);
+  // Where memory for a name runs out, libxml2 2.9 says that the name is malformed, and no more. Whether it
+  // is shows a second time, which then succeeds, or runs out of memory in a way that can be told.
+  if (malformed) {
+    document.reset();
+    document = parse_once(bytes, values, space, what, malformed);
+  }
   return document;
 }
 
 XmlDocument copy(const XmlDocument& document) {
   Limits limits;
   const ProblemChannel channel(note_limits, &limits);
-  XmlDocument duplicate = own(xmlCopyDoc(document.get(), 1));
+  XmlDocument duplicate = own(xmlNewDoc(document->version));
+  if (duplicate) copy_content(*document, *duplicate);
   if (!duplicate || limits.memory_ran_out) throw std::bad_alloc();
-  duplicate->properties = document->properties;
   return duplicate;
 }
 

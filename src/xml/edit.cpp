@@ -55,7 +55,10 @@ void note_problem(void* data, Problem* problem) noexcept {
   auto& output = *static_cast<Output*>(data);
   output.memory_ran_out |= problem->code == XML_ERR_NO_MEMORY;
   try {
-    if (output.problem.empty()) output.problem = printable(problem->message);
+    if (output.problem.empty()) {
+      output.problem =
+          problem->message != nullptr ? printable(problem->message) : "the writer failed";
+    }
   } catch (...) {
     output.memory_ran_out = true;
   }

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "core/value.h"
+#include "xml/problem_channel.h"
 
 // What the parsers and the writer of this folder share; nobody outside it needs it.
 namespace murmurase::xml {
@@ -23,32 +24,6 @@ using Context = std::unique_ptr<xmlParserCtxt, FreeContext>;
 
 // A parser that takes the bytes off the view, in small pieces, as it reads them. Error: memory.
 Context open_parser(std::string_view& bytes, int options);
-
-#if LIBXML_VERSION >= 21200
-using Problem = const xmlError;
-#else
-using Problem = xmlError;
-#endif
-
-// Has a function told of all that libxml2 reports in this thread, of any severity and from any part
-// of it, for as long as the channel lives; nothing is printed. A host may use libxml2 too: what it
-// had chosen is put back.
-class ProblemChannel {
- public:
-  using Handler = void (*)(void* data, Problem* problem);
-
-  ProblemChannel(Handler handler, void* data)
-      : handler_(xmlStructuredError), data_(xmlStructuredErrorContext) {
-    xmlSetStructuredErrorFunc(data, handler);
-  }
-  ProblemChannel(const ProblemChannel&) = delete;
-  ProblemChannel& operator=(const ProblemChannel&) = delete;
-  ~ProblemChannel() { xmlSetStructuredErrorFunc(data_, handler_); }
-
- private:
-  xmlStructuredErrorFunc handler_;
-  void* data_;
-};
 
 // A lenient parser passes over what is malformed. But where it gave up on one of its limits against
 // hostile documents, the document would silently end there.

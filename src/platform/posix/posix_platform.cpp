@@ -50,46 +50,61 @@ std::pair<FileDescriptor, FileDescriptor> make_pipe() {
   return {std::move(read_end), clear(ends[1])};
 }
 
-// The streams that a program is started with.
-class FileActions {
+// How a program is started: with which streams, and not with the host's handling of a closed pipe. The
+// first step that fails keeps its errno, for a program must not be started without it.
+class Start {
  public:
-  FileActions() { posix_spawn_file_actions_init(&actions_); }
-  FileActions(const FileActions&) = delete;
-  FileActions& operator=(const FileActions&) = delete;
-  ~FileActions() { posix_spawn_file_actions_destroy(&actions_); }
+  Start() {
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    sigaddset(&defaults, SIGPIPE);
+    check(posix_spawn_file_actions_init(&streams_));
+    check(posix_spawnattr_init(&attributes_));
+    check(posix_spawnattr_setsigdefault(&attributes_, &defaults));
+    check(posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF));
+  }
+  Start(const Start&) = delete;
+  Start& operator=(const Start&) = delete;
+  ~Start() {
+    posix_spawnattr_destroy(&attributes_);
+    posix_spawn_file_actions_destroy(&streams_);
+  }
 
-  posix_spawn_file_actions_t* get() { return &actions_; }
+  void output_to(int descriptor) {
+    check(posix_spawn_file_actions_adddup2(&streams_, descriptor, STDOUT_FILENO));
+  }
+  void output_to_nothing() {
+    check(posix_spawn_file_actions_addopen(&streams_, STDOUT_FILENO, "/dev/null", O_WRONLY, 0));
+  }
+
+  // The program is found in $PATH when its name has no slash. Gives 0, or errno.
+  int run(pid_t& child, const char* program, std::vector<std::string> words) {
+    std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    if (error_ == 0) {
+      check(posix_spawnp(&child, program, &streams_, &attributes_, arguments.data(), environ));
+    }
+    return error_;
+  }
 
  private:
-  posix_spawn_file_actions_t actions_{};
-};
+  void check(int error) {
+    if (error_ == 0) error_ = error;
+  }
 
-// Starts a program, found in $PATH when its name has no slash. The host's handling of a closed pipe
-// is not the program's. Gives 0, or errno.
-int start(pid_t& child, const char* program, FileActions& actions, std::vector<std::string> words) {
-  std::vector<char*> arguments;
-  arguments.reserve(words.size() + 1);
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
-  posix_spawnattr_t attributes;
-  posix_spawnattr_init(&attributes);
-  sigset_t defaults;
-  sigemptyset(&defaults);
-  sigaddset(&defaults, SIGPIPE);
-  posix_spawnattr_setsigdefault(&attributes, &defaults);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
-  const int error =
-      posix_spawnp(&child, program, actions.get(), &attributes, arguments.data(), environ);
-  posix_spawnattr_destroy(&attributes);
-  return error;
-}
+  int error_ = 0;
+  posix_spawn_file_actions_t streams_{};
+  posix_spawnattr_t attributes_{};
+};
 
 // Has /bin/sh run the command text, its standard output going to `output`.
 pid_t start_shell(const std::string& text, int output) {
-  FileActions actions;
-  posix_spawn_file_actions_adddup2(actions.get(), output, STDOUT_FILENO);
+  Start shell;
+  shell.output_to(output);
   pid_t child = 0;
-  if (const int error = start(child, "/bin/sh", actions, {"sh", "-c", text}); error != 0) {
+  if (const int error = shell.run(child, "/bin/sh", {"sh", "-c", text}); error != 0) {
     throw system_error("start", "/bin/sh for the XMP tool", error);
   }
   return child;
@@ -176,11 +191,11 @@ class PosixPlatform : public Platform {
 
   // What the program prints is not the host's output.
   bool open_with(const std::string& command, const std::string& path) override {
-    FileActions actions;
-    posix_spawn_file_actions_addopen(actions.get(), STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    Start program;
+    program.output_to_nothing();
     pid_t child = 0;
     int status = 0;
-    return start(child, command.c_str(), actions, {command, path}) == 0 &&
+    return program.run(child, command.c_str(), {command, path}) == 0 &&
            wait_for(child, status) == 0 && status == 0;
   }
 };

@@ -15,9 +15,10 @@ using u16 = std::uint16_t;
 using u32 = std::uint32_t;
 
 constexpr std::size_t sector = 512;
-constexpr std::size_t mini_stream_cutoff = 4096;  // a stream from this size on has sectors of its own
-constexpr u32 entries = sector / sizeof(u32);     // of a sector full of sector numbers
-constexpr u32 header_fat_sectors = 109;           // those that the header lists itself
+constexpr std::size_t mini_stream_cutoff =
+    4096;                                      // a stream from this size on has sectors of its own
+constexpr u32 entries = sector / sizeof(u32);  // of a sector full of sector numbers
+constexpr u32 header_fat_sectors = 109;        // those that the header lists itself
 
 // What stands for the number of a sector.
 constexpr u32 no_sector = 0xFFFFFFFF;
@@ -120,7 +121,8 @@ void put_difat(Writer& out, const Layout& layout) {
 void put_header(Writer& out, const Layout& layout) {
   out.put(signature);
   out.zeros(16);
-  out.put(u16{0x003E}, u16{3}, u16{0xFFFE}, u16{9}, u16{6});  // version 3; sectors of 2^9, 2^6 bytes
+  out.put(u16{0x003E}, u16{3}, u16{0xFFFE}, u16{9},
+          u16{6});  // version 3; sectors of 2^9, 2^6 bytes
   out.zeros(10);
   out.put(layout.fat_sectors, layout.directory, u32{0}, u32{mini_stream_cutoff}, end_of_chain,
           u32{0}, layout.difat_sectors > 0 ? layout.difat() : end_of_chain, layout.difat_sectors);

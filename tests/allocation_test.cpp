@@ -1,0 +1,271 @@
+// Fails each allocation of the module's road, one after the other: once, and from there on for good. The
+// interposed functions see those of libxml2 and the C library too.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <libxml/tree.h>
+#include <libxml/xmlerror.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+
+#include "murmurase/murmurase.h"
+
+namespace {
+
+long until_failure = 0;  // counts down to the allocation that fails; 0 when none is to
+bool for_good = false;   // whether those after it fail too
+bool failed = false;
+long alive = 0;  // blocks allocated and not freed
+
+bool refused() {
+  if (until_failure == 0) return false;
+  if (until_failure > 1) {
+    --until_failure;
+    return false;
+  }
+  if (!for_good) until_failure = 0;
+  failed = true;
+  errno = ENOMEM;
+  return true;
+}
+
+void* counted(void* block) {
+  alive += block != nullptr ? 1 : 0;
+  return block;
+}
+
+}  // namespace
+
+extern "C" {
+void* __libc_malloc(size_t size);                // NOLINT
+void* __libc_calloc(size_t count, size_t size);  // NOLINT
+void* __libc_realloc(void* old, size_t size);    // NOLINT
+void __libc_free(void* block);                   // NOLINT
+
+void* malloc(size_t size) noexcept { return refused() ? nullptr : counted(__libc_malloc(size)); }
+void* calloc(size_t count, size_t size) noexcept {
+  return refused() ? nullptr : counted(__libc_calloc(count, size));
+}
+void* realloc(void* old, size_t size) noexcept {
+  if (refused()) return nullptr;
+  void* block = __libc_realloc(old, size);
+  if (old == nullptr) counted(block);
+  return block;
+}
+void free(void* block) noexcept {
+  alive -= block != nullptr ? 1 : 0;
+  __libc_free(block);
+}
+}
+
+namespace {
+
+namespace fs = std::filesystem;
+using Failure = murmurase_error*;
+
+const std::string data = MURMURASE_DATA;
+const std::string clip = MURMURASE_ASSETS "/sample-clip.xml";
+
+std::string content(const fs::path& file) {
+  std::ostringstream text;
+  text << std::ifstream(file, std::ios::binary).rdbuf();
+  return text.str();
+}
+
+// Calls of the interface that stop at the first error; allocates nothing itself.
+class Road {
+ public:
+  Road() {
+    const murmurase_host host = {nullptr,
+                                 [](void*, double* words) {
+                                   *words = 3;
+                                   return true;
+                                 },
+                                 nullptr};
+    step([&] { return murmurase_controller_new(&host, &controller_); });
+  }
+  ~Road() { murmurase_controller_free(controller_); }
+  Road(const Road&) = delete;
+  Road& operator=(const Road&) = delete;
+
+  template <typename Call>
+  void step(const Call& call) {
+    if (error == nullptr) error = call();
+  }
+  murmurase_value* text(std::string_view bytes) {
+    murmurase_value* value = nullptr;
+    step([&] { return murmurase_new_text(bytes.data(), bytes.size(), &value); });
+    return value;
+  }
+  murmurase_value* integer(std::int64_t number) {
+    murmurase_value* value = nullptr;
+    step([&] { return murmurase_new_integer(number, &value); });
+    return value;
+  }
+  void set(const char* field, murmurase_value* value) {
+    step([&] { return murmurase_set(controller_, field, value); });
+    murmurase_value_free(value);
+  }
+  murmurase_value* get(const char* field) {
+    murmurase_value* value = nullptr;
+    step([&] { return murmurase_get(controller_, field, &value); });
+    return value;
+  }
+  murmurase_value* call(const char* operation, std::initializer_list<murmurase_value*> arguments) {
+    murmurase_value* result = nullptr;
+    step([&] {
+      return murmurase_call(controller_, operation, arguments.begin(), arguments.size(), &result);
+    });
+    for (murmurase_value* argument : arguments) murmurase_value_free(argument);
+    return result;
+  }
+  void run(const char* operation, std::initializer_list<murmurase_value*> arguments = {}) {
+    murmurase_value_free(call(operation, arguments));
+  }
+  void read_clip(std::string_view path) {
+    murmurase_value* file = call("parse_xml_file", {text(path)});
+    const murmurase_value* document = nullptr;
+    step([&] { return murmurase_list_get(file, 0, &document); });
+    step([&] { return murmurase_set(controller_, "clip_xml", document); });
+    murmurase_value_free(file);
+  }
+
+  Failure error = nullptr;
+
+ private:
+  murmurase_controller* controller_ = nullptr;
+};
+
+class AllocationTest : public testing::Test {
+ protected:
+  AllocationTest() {
+    std::string name = "/dev/shm/murmurase-XXXXXX";  // where to flush a file costs nothing
+    folder_ = mkdtemp(name.data());
+    setenv("XDG_DATA_HOME", folder_.c_str(), 1);
+  }
+  ~AllocationTest() override { fs::remove_all(folder_); }
+
+  // Runs the part of the road once for each of its allocations. Where it fails, `output` is as it was,
+  // or whole. Run again it must succeed, and leave as many blocks as ever, those of the document that it
+  // sets as `field` not counted: how many a dictionary of libxml2 needs is left to chance.
+  void fail_each(const std::string& name, const std::function<void()>& part, Road& road,
+                 const fs::path& output, const char* field) {
+    const auto settle = [&] {
+      part();
+      if (field != nullptr) road.set(field, nullptr);
+      xmlResetLastError();
+      ASSERT_EQ(road.error, nullptr) << name << ": " << murmurase_error_message(road.error);
+    };
+    settle();
+    const std::string expected = content(output);
+    std::string message;
+    message.reserve(1000);
+    for (const bool all : {false, true}) {
+      failed = true;
+      for (long number = 1; failed; ++number) {
+        const std::string where =
+            name + (all ? ", from" : ", ") + " allocation " + std::to_string(number);
+        std::ofstream(output, std::ios::binary) << "old";
+        settle();
+        std::ofstream(output, std::ios::binary) << "old";
+        const long before = alive;
+        failed = false;
+        for_good = all;
+        until_failure = number;
+        part();
+        until_failure = 0;
+        message.clear();
+        murmurase_error_kind kind = MURMURASE_ERROR_MEMORY;
+        if (road.error != nullptr) {
+          message = murmurase_error_message(road.error);
+          kind = murmurase_error_get_kind(road.error);
+          murmurase_error_free(road.error);
+          road.error = nullptr;
+          EXPECT_TRUE(failed && !message.empty() && message.find('\n') == std::string::npos)
+              << where << ": " << message;
+        }
+        EXPECT_TRUE(content(output) == expected || (content(output) == "old" && !message.empty()))
+            << where << content(output);
+        settle();
+        EXPECT_EQ(alive, before) << where << " " << message;
+        if (kind != MURMURASE_ERROR_MEMORY) ++others_[message];
+        if (!failed) std::printf("%s: %ld allocations\n", name.c_str(), number - 1);
+      }
+    }
+    part();
+  }
+
+  fs::path folder_;
+  std::map<std::string, int> others_;
+};
+
+// Start-up counts once in a process. After one that failed every call is an error.
+TEST_F(AllocationTest, EachOfStartUp) {
+  int status = 0;
+  for (long number = 1; WIFEXITED(status) && WEXITSTATUS(status) == 0; ++number) {
+    const pid_t child = fork();
+    if (child == 0) {
+      until_failure = number;
+      Init_murmurase_algorithm();
+      until_failure = 0;
+      Road road;
+      road.read_clip(clip);
+      _exit(murmurase_startup_error() != nullptr && road.error == nullptr ? 1 : failed ? 0 : 2);
+    }
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+  }
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2) << status;
+}
+
+TEST_F(AllocationTest, EachOfTheRoad) {
+  Init_murmurase_algorithm();
+  murmurase_set_host_ui_active(false);
+  Road road;
+  const std::string text = folder_ / "out.txt";
+  const std::string sheet = folder_ / "out.xls";
+  const std::string marked = murmurase_temp_xml_file();
+  const std::string movie = folder_ / "interview.xmp";
+  std::string packet = content(data + "/interview.xmp");
+  for (int i = 0; i < 40; ++i) {  // more names than libxml2 makes room for at the start
+    const std::string name = "xmpDM:" + std::string(40, 'a') + std::to_string(i);
+    packet.insert(packet.find("<xmpDM:Tracks>"), "<" + name + "/>");
+  }
+  std::ofstream(movie) << packet;
+  const std::string broken = folder_ / "broken.xml";
+  std::ofstream(broken) << content(clip).replace(content(clip).find("<name>"), 6, "<name>A & B ");
+  const std::string tool = data + "/print_packet";
+  const auto read = [&] {
+    road.set("xmpcommand", road.text(tool));
+    road.set("mov_file_path", road.text(movie));
+    road.run("parse_xmp_from_mov", {road.text(movie)});
+    road.run("build_speakers_array");
+    murmurase_value* speakers = road.get("speakers_array");
+    road.set("speakers_array", speakers);
+    road.run("save_to_text", {road.integer(3), road.text(text)});
+  };
+  fail_each("read", read, road, text, "transcription_xml");
+  fail_each(
+      "excel",
+      [&] {
+        road.run("save_to_excel", {road.integer(3), road.text(sheet)});
+      },
+      road, sheet, nullptr);
+  for (const std::string& file : {clip, broken}) {
+    fail_each(
+        "markers",
+        [&] {
+          road.read_clip(file);
+          road.run("create_clip_with_markers");
+        },
+        road, marked, "clip_xml");
+  }
+  for (const auto& [message, count] : others_) std::printf("%d %s\n", count, message.c_str());
+}
+
+}  // namespace
