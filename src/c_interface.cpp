@@ -417,6 +417,15 @@ murmurase_error* murmurase_call(murmurase_controller* controller, const char* op
   });
 }
 
+int murmurase_tool_status(void) {
+  int status = 0;
+  murmurase_error* const outside = guarded([&] { status = startup().module.process.tool_status; });
+  static_cast<void>(outside);  // without memory for the module no tool has run
+  return status;
+}
+
+void murmurase_end_tool(void) { murmurase::system_platform().end_xmp_tool(); }
+
 void murmurase_set_host_ui_active(bool active) {
   murmurase_error* const outside =
       guarded([&] { startup().module.process.host_ui_active = active; });

@@ -46,6 +46,7 @@ class FakePlatform : public Platform {
     run.output.grow(tool_output.size());
     return run;
   }
+  void end_xmp_tool() noexcept override {}
   ByteBuffer read_file(const std::string& path) override {
     const auto file = files.find(path);
     if (file == files.end()) throw system_error("read", path, ENOENT);

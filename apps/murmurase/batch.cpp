@@ -19,6 +19,8 @@
 
 #include "clip.h"
 #include "core/printable.h"
+#include "interruption.h"
+#include "platform/posix/held_signals.h"
 
 namespace host {
 namespace {
@@ -106,6 +108,14 @@ struct Job {
   _exit(status);
 }
 
+pid_t fork_remembered() {
+  const murmurase::HeldSignals held;
+  const pid_t process = fork();
+  if (process == 0) forget_all_processes();
+  if (process > 0) remember_process(process);
+  return process;
+}
+
 // Forks a process for one movie. The module is loaded in there only, so nothing of it is shared.
 Job start(const BatchOptions& options, const std::string& movie, const std::string& name) {
   std::array<int, 2> ends{};
@@ -114,10 +124,14 @@ Job start(const BatchOptions& options, const std::string& movie, const std::stri
   }
   for (const int end : ends) fcntl(end, F_SETFD, FD_CLOEXEC);
   std::fflush(nullptr);
-  const pid_t process = fork();
-  if (process < 0) throw Failure(fmt::format("cannot start a process: {}", std::strerror(errno)));
+  const pid_t process = fork_remembered();
+  const int error = errno;
   if (process == 0) run_job(options, movie, name, ends[1]);
   close(ends[1]);
+  if (process < 0) {
+    close(ends[0]);
+    throw Failure(fmt::format("cannot start a process: {}", std::strerror(error)));
+  }
   return {movie, process, ends[0], {}};
 }
 
@@ -138,6 +152,7 @@ bool wait_for_one(std::vector<Job>& jobs) {
       close(jobs[i].report);
       std::swap(jobs[i], jobs.back());
       int status = 0;
+      forget_process(jobs.back().process);
       while (waitpid(jobs.back().process, &status, 0) < 0 && errno == EINTR) {
       }
       return status == 0;
@@ -216,7 +231,13 @@ bool export_movies(const BatchOptions& options) {
   bool all_well = true;
   for (std::size_t next = 0; next < names.size() || !running.empty();) {
     if (next < names.size() && running.size() < at_once) {
-      running.push_back(start(options, options.movies[next], names[next]));
+      const std::string& movie = options.movies[next];
+      try {
+        running.push_back(start(options, movie, names[next]));
+      } catch (const Failure& failure) {
+        progress.failed(movie_failure(movie, failure).what());
+        all_well = false;
+      }
       ++next;
       continue;
     }

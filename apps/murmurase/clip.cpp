@@ -13,6 +13,8 @@
 #include <cstring>
 
 #include "core/printable.h"
+#include "interruption.h"
+#include "platform/posix/held_signals.h"
 
 extern char** environ;  // NOLINT: POSIX has no header for it
 
@@ -37,6 +39,7 @@ ClipTarget::PrivateFolder::PrivateFolder() {
   const char* parent = std::getenv("TMPDIR");
   std::string name =
       fmt::format("{}/murmurase-XXXXXX", parent == nullptr || *parent == '\0' ? "/tmp" : parent);
+  const murmurase::HeldSignals held;
   if (mkdtemp(name.data()) == nullptr) {
     throw Failure(
         fmt::format("cannot make the temporary folder {}: {}; set TMPDIR to a folder that "
@@ -44,18 +47,28 @@ ClipTarget::PrivateFolder::PrivateFolder() {
                     printable(name), std::strerror(errno)));
   }
   path = name;
+  std::vector<std::string> own;
+  for (fs::path each = link(); each != path.parent_path(); each = each.parent_path()) {
+    own.push_back(each);
+  }
+  remember_leftovers(std::move(own));
 }
 
 ClipTarget::PrivateFolder::~PrivateFolder() {
+  const murmurase::HeldSignals held;
   std::error_code ignored;
   fs::remove_all(path, ignored);
+  remember_leftovers({});
+}
+
+fs::path ClipTarget::PrivateFolder::link() const {
+  return path / application_support / "Fernwork" / "Parlenda.xml";
 }
 
 ClipTarget::ClipTarget(const std::string& output) : output_(output) {
-  const fs::path working_folder = folder_.path / application_support / "Fernwork";
   std::error_code error;
-  fs::create_directories(working_folder, error);
-  if (!error) fs::create_symlink(fs::absolute(output), working_folder / "Parlenda.xml", error);
+  fs::create_directories(folder_.link().parent_path(), error);
+  if (!error) fs::create_symlink(fs::absolute(output), folder_.link(), error);
   if (error) throw Failure(fmt::format("cannot write {}: {}", printable(output), error.message()));
   // The module asks while it starts; what the programs that it runs are told is put back.
   const char* before = std::getenv(variable);

@@ -18,12 +18,13 @@ class ClipTarget {
   Failure renamed(const Failure& failure) const;
 
  private:
-  // Gone with all that is in it when this object is, or cannot be made.
+  // Gone with all that is in it when this object is, or cannot be made, or a signal ends the program.
   struct PrivateFolder {
     PrivateFolder();
     PrivateFolder(const PrivateFolder&) = delete;
     PrivateFolder& operator=(const PrivateFolder&) = delete;
     ~PrivateFolder();
+    std::filesystem::path link() const;  // the module's own file in it
 
     std::filesystem::path path;
   };

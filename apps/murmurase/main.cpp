@@ -6,11 +6,13 @@
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <new>
 #include <string>
 
 #include "batch.h"
 #include "commands.h"
 #include "core/printable.h"
+#include "interruption.h"
 
 namespace {
 
@@ -232,11 +234,15 @@ int run(int count, char** arguments) {
 int main(int count, char** arguments) {
   std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is a failed write, told like every other
   std::signal(SIGCHLD, SIG_DFL);  // ended children wait to be asked, whatever was inherited
+  host::end_cleanly_when_interrupted();
   try {
     const int status = run(count, arguments);
     if (status == success && !std::cout.flush())
       return report("cannot write standard output", failed);
     return status;
+  } catch (const std::bad_alloc&) {
+    std::fputs("murmurase: out of memory; close other programs\n", stderr);
+    return failed;
   } catch (const std::exception& error) {
     return report(error.what(), failed);
   }

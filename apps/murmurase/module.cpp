@@ -19,11 +19,12 @@ namespace fs = std::filesystem;
 // The functions of the interface that this host calls.
 // clang-format off
 #define FUNCTIONS(F) \
-  F(call) F(controller_new) F(document_repair) F(error_free) F(error_message) F(get)        \
-  F(get_boolean) F(get_integer) F(get_real) F(get_text) F(interface_version) F(list_append) \
-  F(list_get) F(new_integer) F(new_list) F(new_real) F(new_record) F(new_text)              \
-  F(record_get) F(record_key) F(record_set) F(set) F(set_host_ui_active)                    \
-  F(set_open_command) F(size) F(startup_error) F(temp_xml_file) F(value_free) F(value_kind)
+  F(call) F(controller_new) F(document_repair) F(end_tool) F(error_free) F(error_message)   \
+  F(get) F(get_boolean) F(get_integer) F(get_real) F(get_text) F(interface_version)         \
+  F(list_append) F(list_get) F(new_integer) F(new_list) F(new_real) F(new_record)           \
+  F(new_text) F(record_get) F(record_key) F(record_set) F(set) F(set_host_ui_active)        \
+  F(set_open_command) F(size) F(startup_error) F(temp_xml_file) F(tool_status)              \
+  F(value_free) F(value_kind)
 // clang-format on
 
 struct Interface {
@@ -188,6 +189,12 @@ std::string temp_xml_file() {
   const char* path = module.temp_xml_file();
   if (path == nullptr) throw Failure("there is no home to keep the clip in; name a file to write");
   return path;
+}
+
+int tool_status() { return module.tool_status(); }
+
+void end_tool() {
+  if (module.end_tool != nullptr) module.end_tool();
 }
 
 void set_open_command(const std::string& command) {

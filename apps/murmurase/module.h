@@ -45,6 +45,12 @@ std::string temp_xml_file();
 // The program that opens the clips which the module writes.
 void set_open_command(const std::string& command);
 
+// How the last XMP tool ended, as waitpid reports it.
+int tool_status();
+
+// Asks the XMP tool that is running to end. For signal handlers too, whether or not there is a module.
+void end_tool();
+
 // The one controller of this program. It lives until the process ends: freeing a million nodes first
 // would only delay that.
 class Controller {

@@ -2,11 +2,13 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string_view>
@@ -55,14 +57,20 @@ class CapturedErrors {
 };
 
 // Why the tool failed, of what it said: the last line is the one that tells. Our own tool's lines
-// stand for themselves.
+// stand for themselves. A tool that was killed had no chance to say so.
 Failure tool_failure(std::string said) {
   while (!said.empty() && (said.back() == '\n' || said.back() == ' ')) said.pop_back();
   if (const std::size_t last = said.rfind('\n'); last != std::string::npos) said.erase(0, last + 1);
   constexpr std::string_view own_tool = "murmurase-xmp: ";
-  if (said.starts_with(own_tool)) return Failure(printable(said.substr(own_tool.size())), true);
-  return Failure("cannot read its XMP: " +
-                 (said.empty() ? "the XMP tool failed without saying why" : printable(said)));
+  if (const int status = tool_status(); WIFSIGNALED(status)) {
+    said = fmt::format("the XMP tool was killed: {}", strsignal(WTERMSIG(status)));
+  } else if (said.starts_with(own_tool)) {
+    return Failure(printable(said.substr(own_tool.size())), true);
+  } else if (said.empty()) {
+    said =
+        fmt::format("the XMP tool failed with status {} without saying why", WEXITSTATUS(status));
+  }
+  return Failure("cannot read its XMP: " + printable(said));
 }
 
 std::string parse_movie(Controller& controller, const MovieOptions& options) {

@@ -286,6 +286,19 @@ MURMURASE_CHECKED murmurase_error* murmurase_call(murmurase_controller* controll
                                                   size_t count, murmurase_value** result);
 
 /*
+ * How the XMP tool of the last parse_xmp_from_mov ended, as waitpid() reports it: why the tool failed
+ * when the operation gave null. 0 before the first.
+ */
+MURMURASE_API int murmurase_tool_status(void);
+
+/*
+ * Asks the XMP tool that parse_xmp_from_mov now waits for to end, by SIGTERM; does nothing when none
+ * runs. The module waits for a tool without end: this is for a host that does not want to, and for one
+ * that is ended itself. It alone may be called from a signal handler, and from any thread.
+ */
+MURMURASE_API void murmurase_end_tool(void);
+
+/*
  * Whether the operations run inside the host's windows, for all controllers of the process; true
  * until set. Only then is reloadData called, and speakersTableView needed.
  */

@@ -56,6 +56,7 @@ struct Process {
   Platform& platform;
   std::optional<std::string> temp_xml_file;  // TEMP_XML_FILE: unset without Application Support
   bool host_ui_active = true;
+  int tool_status = 0;  // the last XMP tool's, as waitpid reports it
   std::optional<std::string> open_command = std::nullopt;  // opens written clips; the host's choice
 };
 

@@ -57,6 +57,7 @@ std::optional<std::vector<XmlElement>> parse_xmp_from_mov(Controller& controller
   {
     const ToolRun run =
         controller.process.platform.run_xmp_tool(controller.xmpcommand.value_or(""), movie_path);
+    controller.process.tool_status = run.wait_status;
     if (run.wait_status != 0) {
       controller.transcription_xml.reset();
       return std::nullopt;

@@ -15,6 +15,8 @@
 #include <random>
 
 #include "core/error.h"
+#include "platform/platform.h"
+#include "platform/posix/held_signals.h"
 
 namespace murmurase {
 namespace {
@@ -147,7 +149,7 @@ int FileDescriptor::close() {
 }
 
 int read_all(int descriptor, ByteBuffer& buffer) {
-  while (true) {
+  while (buffer.view().size() <= most_read) {
     const std::span<char> room = buffer.room(piece);
     const ssize_t count = read(descriptor, room.data(), room.size());
     if (count == 0) return 0;
@@ -157,6 +159,7 @@ int read_all(int descriptor, ByteBuffer& buffer) {
       return errno;
     }
   }
+  return EFBIG;
 }
 
 ByteBuffer read_file(const std::string& path) {
@@ -166,6 +169,9 @@ ByteBuffer read_file(const std::string& path) {
   struct stat status {};
   ByteBuffer bytes;
   if (fstat(file.get(), &status) == 0 && status.st_size > 0) {
+    if (static_cast<std::size_t>(status.st_size) > most_read) {
+      throw system_error("read", path, EFBIG);
+    }
     bytes.room(static_cast<std::size_t>(status.st_size) + piece);  // the last one finds the end
   }
   if (const int error = read_all(file.get(), bytes); error != 0) {
@@ -192,6 +198,7 @@ void replace_file(const std::string& path, std::string_view bytes) {
   }
   if (exists && access(target.c_str(), W_OK) != 0) throw system_error(action, path, errno);
   std::string new_path;
+  const HeldSignals held;  // one that ends the process must not leave the new file behind
   FileDescriptor file = create_beside(target, new_path);
   if (file.get() < 0) throw system_error(action, path, errno);
   const int error = fill_and_rename(file, new_path, bytes, exists ? &status : nullptr, target);

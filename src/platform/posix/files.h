@@ -26,7 +26,7 @@ class FileDescriptor {
   int descriptor_;
 };
 
-// Appends all there is to read. Gives 0, or errno.
+// Appends all there is to read. Gives 0, or errno; EFBIG for more than most_read.
 [[nodiscard]] int read_all(int descriptor, ByteBuffer& buffer);
 
 // As Platform::read_file.

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -16,6 +17,7 @@
 #include "platform/platform.h"
 #include "platform/posix/files.h"
 #include "platform/posix/finder_info.h"
+#include "platform/posix/held_signals.h"
 
 extern char** environ;  // NOLINT: POSIX has no header for it
 
@@ -61,7 +63,8 @@ class Start {
     check(posix_spawn_file_actions_init(&streams_));
     check(posix_spawnattr_init(&attributes_));
     check(posix_spawnattr_setsigdefault(&attributes_, &defaults));
-    check(posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF));
+    check(posix_spawnattr_setsigmask(&attributes_, &held_.before()));
+    check(posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK));
   }
   Start(const Start&) = delete;
   Start& operator=(const Start&) = delete;
@@ -94,20 +97,31 @@ class Start {
     if (error_ == 0) error_ = error;
   }
 
+  HeldSignals held_;  // until whoever is to end the child knows it
   int error_ = 0;
   posix_spawn_file_actions_t streams_{};
   posix_spawnattr_t attributes_{};
 };
 
-// Has /bin/sh run the command text, its standard output going to `output`.
-pid_t start_shell(const std::string& text, int output) {
+std::atomic<pid_t> running_tool = 0;
+
+// Has /bin/sh run the tool by the command text, its standard output going to `output`.
+pid_t start_tool(const std::string& text, int output) {
   Start shell;
   shell.output_to(output);
   pid_t child = 0;
   if (const int error = shell.run(child, "/bin/sh", {"sh", "-c", text}); error != 0) {
     throw system_error("start", "/bin/sh for the XMP tool", error);
   }
+  running_tool = child;
   return child;
+}
+
+// Gives 0, or errno.
+int start_program(pid_t& child, const std::string& command, const std::string& path) {
+  Start program;
+  program.output_to_nothing();
+  return program.run(child, command.c_str(), {command, path});
 }
 
 // Waits for the child's end. Gives 0, or errno.
@@ -116,6 +130,15 @@ int wait_for(pid_t child, int& status) {
     if (errno != EINTR) return errno;
   }
   return 0;
+}
+
+// The same for the tool, which nobody may end any more once its number can be another process's.
+int wait_for_tool(pid_t child, int& status) {
+  siginfo_t info;
+  while (waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT) < 0 && errno == EINTR) {
+  }
+  running_tool = 0;
+  return wait_for(child, status);
 }
 
 class PosixPlatform : public Platform {
@@ -155,28 +178,35 @@ class PosixPlatform : public Platform {
   }
 
   ToolRun run_xmp_tool(const std::string& command, const std::string& movie_path) override {
-    const std::string text = in_double_quotes(command) + " get " + in_double_quotes(movie_path);
+    const std::string text =
+        "exec " + in_double_quotes(command) + " get " + in_double_quotes(movie_path);
     auto [read_end, write_end] = make_pipe();
 #ifdef F_SETPIPE_SZ
     fcntl(read_end.get(), F_SETPIPE_SZ, 1 << 20);  // fewer turns; a refusal costs nothing else
 #endif
-    const pid_t child = start_shell(text, write_end.get());
+    const pid_t child = start_tool(text, write_end.get());
     write_end.close();
     ToolRun run;
     int read_error = 0;
     try {
       read_error = read_all(read_end.get(), run.output);
     } catch (...) {
-      read_end.close();  // the tool meets a closed pipe, and ends
-      static_cast<void>(wait_for(child, run.wait_status));
+      read_end.close();
+      end_xmp_tool();
+      static_cast<void>(wait_for_tool(child, run.wait_status));
       throw;
     }
     read_end.close();
-    if (const int error = wait_for(child, run.wait_status); error != 0) {
+    if (read_error == EFBIG) end_xmp_tool();
+    if (const int error = wait_for_tool(child, run.wait_status); error != 0) {
       throw system_error("learn the end of", "the XMP tool", error);
     }
     if (read_error != 0) throw system_error("read the output of", command, read_error);
     return run;
+  }
+
+  void end_xmp_tool() noexcept override {
+    if (const pid_t tool = running_tool; tool != 0) kill(tool, SIGTERM);
   }
 
   ByteBuffer read_file(const std::string& path) override { return murmurase::read_file(path); }
@@ -191,12 +221,9 @@ class PosixPlatform : public Platform {
 
   // What the program prints is not the host's output.
   bool open_with(const std::string& command, const std::string& path) override {
-    Start program;
-    program.output_to_nothing();
     pid_t child = 0;
     int status = 0;
-    return program.run(child, command.c_str(), {command, path}) == 0 &&
-           wait_for(child, status) == 0 && status == 0;
+    return start_program(child, command, path) == 0 && wait_for(child, status) == 0 && status == 0;
   }
 };
 
