@@ -9,7 +9,6 @@
 #endif
 #include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -138,16 +137,19 @@ TEST_F(PlatformTest, AFailedWriteKeepsTheOldFile) {
       EXPECT_EQ(error.kind(), ErrorKind::system);
     }
   }
-  // A full disk, in the middle of the file.
-  const rlimit small{1000, RLIM_INFINITY};
+  // A disk that is full at any byte of the file.
+  const std::string bytes(5000, 'x');
   rlimit before{};
   getrlimit(RLIMIT_FSIZE, &before);
-  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-  setrlimit(RLIMIT_FSIZE, &small);
-  const std::string error = error_of([&] { platform_.replace_file(old, std::string(5000, 'x')); });
-  setrlimit(RLIMIT_FSIZE, &before);
-  std::signal(SIGXFSZ, handler);
-  EXPECT_TRUE(is_error(error, ErrorKind::system, "old: File too large")) << error;
+  for (rlim_t offset = 0; offset < bytes.size(); ++offset) {
+    const rlimit small{offset, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    const std::string error = error_of([&] { platform_.replace_file(old, bytes); });
+    const std::string of_new = error_of([&] { platform_.replace_file(path("new"), bytes); });
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_TRUE(is_error(error, ErrorKind::system, "old: File too large")) << error;
+    EXPECT_TRUE(is_error(of_new, ErrorKind::system, "new: File too large")) << of_new;
+  }
   EXPECT_EQ(content(old), "old");
   EXPECT_EQ(files(), 2U);
 }
