@@ -211,9 +211,14 @@ TEST(Exports, FailuresWriteNothing) {
     desk.controller.frame_rate = 25.0;
     desk.controller.first_frame.reset();
     EXPECT_TRUE(is_error(failing(), ErrorKind::missing_value, "first_frame"));
+    desk.controller.first_frame = 0;
+    desk.controller.mov_file_path = "a\xFF.mov";
+    if (save == save_to_excel) {
+      EXPECT_TRUE(is_error(failing(), ErrorKind::range, "movie's path a\\xFF.mov cannot"));
+    }
+    desk.controller.mov_file_path = "a.mov";
     EXPECT_TRUE(desk.platform.files.empty());
 
-    desk.controller.first_frame = 0;
     desk.platform.files_can_be_written = false;
     EXPECT_TRUE(is_error(failing(), ErrorKind::system, "write out"));
   }

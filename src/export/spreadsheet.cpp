@@ -1,8 +1,11 @@
 #include "export/spreadsheet.h"
 
+#include <fmt/format.h>
+
 #include <string_view>
 #include <vector>
 
+#include "core/error.h"
 #include "export/time_label.h"
 #include "model/speaker_list.h"
 #include "model/word_grouping.h"
@@ -29,6 +32,16 @@ void write_header(workbook::Workbook& book) {
   }
 }
 
+// A path may hold any byte. The cell alone would not tell the user what to rename.
+void write_path(workbook::Workbook& book, std::size_t row, const std::string& path) {
+  try {
+    book.write(row, 4, path);
+  } catch (const Error& error) {
+    throw Error(error.kind(), fmt::format("the movie's path {} cannot be put into the workbook: {}",
+                                          printable(path), error.what()));
+  }
+}
+
 void write_phrases(workbook::Workbook& book, const Controller& controller) {
   const SpeakerLookup speakers(*controller.speakers_array);
   std::size_t row = 0;
@@ -36,7 +49,7 @@ void write_phrases(workbook::Workbook& book, const Controller& controller) {
     ++row;
     book.write(row, 0, time_label(controller, phrase.time_in));
     book.write(row, 1, time_label(controller, phrase.time_out));
-    book.write(row, 4, required(controller.mov_file_path, "mov_file_path"));
+    write_path(book, row, required(controller.mov_file_path, "mov_file_path"));
     book.write(row, 2, display_name(speakers.get(phrase.speaker)));
     book.write(row, 3, phrase.words);
   }

@@ -1,9 +1,10 @@
-// Fails each allocation of the module's road, one after the other: once, and from there on for good. The
-// interposed functions see those of libxml2 and the C library too.
+// Fails each allocation of the module's road, one after the other, once and from there on for good, and
+// each step of writing a file. The interposed functions see the calls of libxml2 and the C library too.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <libxml/tree.h>
 #include <libxml/xmlerror.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,7 +15,9 @@
 #include <functional>
 #include <sstream>
 
+#include "core/error.h"
 #include "murmurase/murmurase.h"
+#include "platform/platform.h"
 
 namespace {
 
@@ -40,6 +43,21 @@ void* counted(void* block) {
   return block;
 }
 
+std::string_view failing_step;  // of writing a file
+
+// Does what the C library's function of that name does, unless it is to fail.
+template <typename... Arguments>
+int step_done(const char* name, Arguments... arguments) {
+  const auto original = reinterpret_cast<int (*)(Arguments...)>(dlsym(RTLD_NEXT, name));
+  const bool fails = failing_step == name;
+  if (!fails || failing_step == "close") {  // a close that fails has closed all the same
+    const int result = original(arguments...);
+    if (!fails) return result;
+  }
+  errno = EIO;
+  return -1;
+}
+
 }  // namespace
 
 extern "C" {
@@ -62,6 +80,11 @@ void free(void* block) noexcept {
   alive -= block != nullptr ? 1 : 0;
   __libc_free(block);
 }
+
+int fsync(int file) { return step_done("fsync", file); }
+int close(int file) { return step_done("close", file); }
+int fchmod(int file, mode_t mode) noexcept { return step_done("fchmod", file, mode); }
+int rename(const char* from, const char* to) noexcept { return step_done("rename", from, to); }
 }
 
 namespace {
@@ -142,14 +165,14 @@ class Road {
   murmurase_controller* controller_ = nullptr;
 };
 
-class AllocationTest : public testing::Test {
+class FaultInjection : public testing::Test {
  protected:
-  AllocationTest() {
+  FaultInjection() {
     std::string name = "/dev/shm/murmurase-XXXXXX";  // where to flush a file costs nothing
     folder_ = mkdtemp(name.data());
     setenv("XDG_DATA_HOME", folder_.c_str(), 1);
   }
-  ~AllocationTest() override { fs::remove_all(folder_); }
+  ~FaultInjection() override { fs::remove_all(folder_); }
 
   // Runs the part of the road once for each of its allocations. Where it fails, `output` is as it was,
   // or whole. Run again it must succeed, and leave as many blocks as ever, those of the document that it
@@ -181,10 +204,11 @@ class AllocationTest : public testing::Test {
         part();
         until_failure = 0;
         message.clear();
-        murmurase_error_kind kind = MURMURASE_ERROR_MEMORY;
         if (road.error != nullptr) {
           message = murmurase_error_message(road.error);
-          kind = murmurase_error_get_kind(road.error);
+          EXPECT_TRUE(murmurase_error_get_kind(road.error) == MURMURASE_ERROR_MEMORY ||
+                      murmurase_error_number(road.error) == ENOMEM)
+              << where << ": " << message;
           murmurase_error_free(road.error);
           road.error = nullptr;
           EXPECT_TRUE(failed && !message.empty() && message.find('\n') == std::string::npos)
@@ -194,7 +218,6 @@ class AllocationTest : public testing::Test {
             << where << content(output);
         settle();
         EXPECT_EQ(alive, before) << where << " " << message;
-        if (kind != MURMURASE_ERROR_MEMORY) ++others_[message];
         if (!failed) std::printf("%s: %ld allocations\n", name.c_str(), number - 1);
       }
     }
@@ -202,11 +225,28 @@ class AllocationTest : public testing::Test {
   }
 
   fs::path folder_;
-  std::map<std::string, int> others_;
 };
 
+TEST_F(FaultInjection, EachStepOfAWrite) {
+  const fs::path out = folder_ / "out";
+  for (const char* step : {"fchmod", "fsync", "close", "rename"}) {
+    std::ofstream(out) << "old";
+    int number = 0;
+    failing_step = step;
+    try {
+      murmurase::system_platform().replace_file(out, "new");
+    } catch (const murmurase::Error& error) {
+      number = error.number();
+    }
+    failing_step = {};
+    EXPECT_EQ(number, EIO) << step;
+    EXPECT_EQ(content(out), "old") << step;
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder_), {}), 1) << step;
+  }
+}
+
 // Start-up counts once in a process. After one that failed every call is an error.
-TEST_F(AllocationTest, EachOfStartUp) {
+TEST_F(FaultInjection, EachAllocationOfStartUp) {
   int status = 0;
   for (long number = 1; WIFEXITED(status) && WEXITSTATUS(status) == 0; ++number) {
     const pid_t child = fork();
@@ -223,7 +263,7 @@ TEST_F(AllocationTest, EachOfStartUp) {
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2) << status;
 }
 
-TEST_F(AllocationTest, EachOfTheRoad) {
+TEST_F(FaultInjection, EachAllocationOfTheRoad) {
   Init_murmurase_algorithm();
   murmurase_set_host_ui_active(false);
   Road road;
@@ -265,7 +305,6 @@ TEST_F(AllocationTest, EachOfTheRoad) {
         },
         road, marked, "clip_xml");
   }
-  for (const auto& [message, count] : others_) std::printf("%d %s\n", count, message.c_str());
 }
 
 }  // namespace
