@@ -40,26 +40,38 @@ constexpr const char* kExamples =
     "\n"
     "Exit status: 0 success, 1 failure, 2 wrong usage.";
 
-/// libexempi, and no word of its own on standard error while it lives: a failure is one line.
-class Library {
+/// Keeps standard error from being written to.
+class NoErrors {
  public:
-  Library() {
+  NoErrors() {
     const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (null >= 0 && stderr_ >= 0) dup2(null, STDERR_FILENO);
     if (null >= 0) close(null);
-    if (!xmp_init()) fail("libexempi cannot start; reinstall it");
   }
-  ~Library() {
-    xmp_terminate();
+  ~NoErrors() {
     if (stderr_ < 0) return;
     dup2(stderr_, STDERR_FILENO);
     close(stderr_);
   }
+  NoErrors(const NoErrors&) = delete;
+  NoErrors& operator=(const NoErrors&) = delete;
+
+ private:
+  int stderr_ = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+};
+
+/// libexempi, and no word of its own on standard error while it lives: a failure is one line.
+class Library {
+ public:
+  Library() {
+    if (!xmp_init()) fail("libexempi cannot start; reinstall it, or close other programs");
+  }
+  ~Library() { xmp_terminate(); }
   Library(const Library&) = delete;
   Library& operator=(const Library&) = delete;
 
  private:
-  int stderr_ = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+  NoErrors quiet_;  // to the end, also of a start that fails
 };
 
 void print(std::string_view text) {
@@ -172,7 +184,7 @@ int main(int argc, char** argv) {
   try {
     return run(argc, argv);
   } catch (const std::bad_alloc&) {
-    report("not enough memory; close other programs");
+    std::fputs("murmurase-xmp: out of memory; close other programs\n", stderr);
   } catch (const std::exception& error) {
     report(error.what());
   }
