@@ -3,10 +3,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <csignal>
+#include <utility>
 
 #include "module.h"
 
@@ -17,9 +17,11 @@ std::array<std::atomic<pid_t>, 1024> processes{};  // as many as there can be jo
 std::vector<std::string> leftovers;
 
 void replace_process(pid_t old, pid_t with) {
-  const auto place =
-      std::ranges::find(processes, old, [](const auto& each) { return each.load(); });
-  if (place != processes.end()) *place = with;
+  for (auto& process : processes) {
+    if (process != old) continue;
+    process = with;
+    return;
+  }
 }
 
 // Calls nothing but what a signal handler may.

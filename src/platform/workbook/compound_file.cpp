@@ -88,13 +88,15 @@ void put_entry(Writer& out, std::string_view name, u8 type, u32 child, std::stri
   for (const char c : name) out.put(static_cast<u16>(c));
   out.zeros(64 - 2 * name.size());
   const auto name_size = static_cast<u16>(name.empty() ? 0 : 2 * (name.size() + 1));
-  out.put(name_size, type, u8{type != 0}, no_sector, no_sector, child, class_id);
+  out.put(name_size, type, static_cast<u8>(type == 0 ? 0 : 1), no_sector, no_sector, child,
+          class_id);
   out.zeros(20);  // state, creation and modification time
   out.put(first_sector, size, u32{0});
 }
 
 void put_directory(Writer& out, u32 stream_size) {
-  constexpr std::string_view no_class("\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
+  constexpr static char zeros[16] = {};
+  constexpr std::string_view no_class(zeros, sizeof zeros);
   put_entry(out, "Root Entry", root_entry, 1, workbook_class, end_of_chain, 0);
   put_entry(out, "Workbook", stream_entry, no_sector, no_class, 0, stream_size);
   for (int unused = 0; unused < 2; ++unused) put_entry(out, "", 0, no_sector, no_class, 0, 0);
