@@ -36,11 +36,11 @@ class Platform {
 
   // Has the shell run `command` with the arguments "get" and the movie's path, each of which
   // arrives unchanged as one argument whatever characters it holds, reads all of its standard
-  // output and waits for its end. A tool that cannot be started is no error here: the shell reports
+  // output, at most `most_bytes`, and waits for its end. A tool that cannot be started is no error here: the shell reports
   // it with a wait status. Argument error for a zero byte in either path.
   virtual ToolRun run_xmp_tool(const std::string& command, const std::string& movie_path) = 0;
 
-  // All bytes of a file. Argument error for a zero byte in the path.
+  // All bytes of a file, at most `most_bytes`. Argument error for a zero byte in the path.
   virtual ByteBuffer read_file(const std::string& path) = 0;
 
   // Makes a file of these bytes, replacing one of that name: at every moment the path holds either

@@ -21,8 +21,17 @@ struct FreeContext {
 };
 using Context = std::unique_ptr<xmlParserCtxt, FreeContext>;
 
-// A parser that takes the bytes off the view, in small pieces, as it reads them. Error: memory.
-Context open_parser(std::string_view& bytes, int options);
+// What a parser reads, in small pieces. It ends early, with `limit` set, where the parser would need
+// time that grows with the square of what is there.
+struct Source {
+  std::string_view bytes;  // not read yet
+  const xmlParserCtxt* parser = nullptr;
+  std::size_t document_type = 0;  // its length in bytes, so far
+  const char* limit = nullptr;
+};
+
+// The source must outlive the parser. Error: memory.
+Context open_parser(Source& source, int options);
 
 #if LIBXML_VERSION >= 21200
 using Problem = const xmlError;
@@ -49,6 +58,13 @@ class ProblemChannel {
   xmlStructuredErrorFunc handler_;
   void* data_;
 };
+
+// The most that a document may be made of: elements, attributes, namespace declarations, comments,
+// instructions, CDATA sections, references. Each takes memory of its own, however short it is written,
+// and texts cannot outnumber them. An hour of speech, one element for each field of a word, is about
+// 100,000.
+inline constexpr std::size_t most_parts = 10'000'000;
+inline constexpr const char* too_many_parts = "it has more than 10 million elements, other parts or faults";
 
 // A lenient parser passes over what is malformed. But where it gave up on one of its limits against
 // hostile documents, the document would silently end there.

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -153,10 +154,17 @@ int read_all(int descriptor, ByteBuffer& buffer) {
     if (count == 0) return 0;
     if (count > 0) {
       buffer.grow(static_cast<std::size_t>(count));
+      if (buffer.size() > most_bytes) return EFBIG;
     } else if (errno != EINTR) {
       return errno;
     }
   }
+}
+
+Error read_error(std::string_view what, int number) {
+  if (number != EFBIG) return system_error("read", what, number);
+  return {ErrorKind::system, fmt::format("cannot read {}: it is larger than 1 GiB", printable(what)),
+          number};
 }
 
 ByteBuffer read_file(const std::string& path) {
@@ -166,16 +174,16 @@ ByteBuffer read_file(const std::string& path) {
   struct stat status {};
   ByteBuffer bytes;
   if (fstat(file.get(), &status) == 0 && status.st_size > 0) {
-    bytes.room(static_cast<std::size_t>(status.st_size) + piece);  // the last one finds the end
+    const auto size = static_cast<std::size_t>(status.st_size);
+    bytes.room(std::min(size, most_bytes) + piece);  // the last one finds the end
   }
-  if (const int error = read_all(file.get(), bytes); error != 0) {
-    throw system_error("read", path, error);
-  }
+  if (const int error = read_all(file.get(), bytes); error != 0) throw read_error(path, error);
   return bytes;
 }
 
 void replace_file(const std::string& path, std::string_view bytes) {
   check_path(path);
+  if (path.empty()) throw system_error(action, path, ENOENT);
   const std::string target = resolve_links(path);
   if (const std::optional<int> descriptor = named_descriptor(target)) {
     write_straight(path, *descriptor, bytes);

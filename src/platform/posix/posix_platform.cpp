@@ -148,19 +148,19 @@ class PosixPlatform : public Platform {
     const pid_t child = start_shell(text, write_end.get());
     write_end.close();
     ToolRun run;
-    int read_error = 0;
+    int error = 0;
     try {
-      read_error = read_all(read_end.get(), run.output);
+      error = read_all(read_end.get(), run.output);
     } catch (...) {
       read_end.close();  // the tool meets a closed pipe, and ends
       static_cast<void>(wait_for(child, run.wait_status));
       throw;
     }
     read_end.close();
-    if (const int error = wait_for(child, run.wait_status); error != 0) {
-      throw system_error("learn the end of", "the XMP tool", error);
+    if (const int unknown = wait_for(child, run.wait_status); unknown != 0) {
+      throw system_error("learn the end of", "the XMP tool", unknown);
     }
-    if (read_error != 0) throw system_error("read the output of", command, read_error);
+    if (error != 0) throw read_error("the output of " + command, error);
     return run;
   }
 
