@@ -51,7 +51,7 @@ void start_element(void* context, const xmlChar* local, const xmlChar* prefix, c
                    int /*defaulted_count*/, const xmlChar** /*attributes*/) {
   ValueParse& state = state_of(context);
   state.parts += static_cast<std::size_t>(1 + namespace_count + attribute_count);
-  if (state.parts > most_parts) stop(context, too_many_parts);
+  if (state.parts > packet_limit.parts) stop(context, packet_limit.passed);
   if (state.depth_in_value > 0 ||
       (uri == state.space && std::ranges::find(state.values, local) != state.values.end())) {
     ++state.depth_in_value;
@@ -127,7 +127,7 @@ void note_problem(void* context, Problem* problem) {
   Limits limits;
   limits.note(*problem);
   if (problem->code == XML_ERR_UNSUPPORTED_ENCODING) limits.passed = "its encoding is unknown";
-  if (++state_of(context).parts > most_parts) limits.passed = too_many_parts;
+  if (++state_of(context).parts > packet_limit.parts) limits.passed = packet_limit.passed;
   if (limits.memory_ran_out) state_of(context).memory_ran_out = true;
   if (limits.memory_ran_out || limits.passed != nullptr) {
     stop(context, limits.memory_ran_out ? "memory has run out" : limits.passed);

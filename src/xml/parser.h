@@ -59,13 +59,6 @@ class ProblemChannel {
   void* data_;
 };
 
-// The most that a document may be made of: elements, attributes, namespace declarations, comments,
-// instructions, CDATA sections, references. Each takes memory of its own, however short it is written,
-// and texts cannot outnumber them. An hour of speech, one element for each field of a word, is about
-// 100,000.
-inline constexpr std::size_t most_parts = 10'000'000;
-inline constexpr const char* too_many_parts = "it has more than 10 million elements, other parts or faults";
-
 // A lenient parser passes over what is malformed. But where it gave up on one of its limits against
 // hostile documents, the document would silently end there.
 struct Limits {

@@ -13,6 +13,8 @@ namespace {
 
 struct Problems {
   Recovery& recovery;
+  const PartLimit& most;
+  xmlParserCtxt* parser = nullptr;
   xmlSAXHandler* unwanted = nullptr;  // builds what is not wanted after a problem; or null
   Limits limits;
   std::size_t parts = 0;  // of the document, and problems
@@ -22,7 +24,7 @@ void count(void* context, int parts) {
   auto* parser = static_cast<xmlParserCtxt*>(context);
   auto& problems = *static_cast<Problems*>(parser->_private);
   problems.parts += static_cast<std::size_t>(parts);
-  if (problems.parts > most_parts) xmlStopParser(parser);
+  if (problems.parts > problems.most.parts) xmlStopParser(parser);
 }
 
 void start_element(void* context, const xmlChar* local, const xmlChar* prefix, const xmlChar* uri,
@@ -83,11 +85,14 @@ std::string in_one_line(const xmlError& problem) {
 }
 
 void note_problem(void* data, Problem* problem) noexcept {
-  auto& [recovery, unwanted, limits, parts] = *static_cast<Problems*>(data);
+  auto& [recovery, most, parser, unwanted, limits, parts] = *static_cast<Problems*>(data);
   if (unwanted != nullptr) build_no_more(*unwanted);
   try {
     limits.note(*problem);
-    if (++parts > most_parts) return;  // the next part stops the parser
+    if (++parts > most.parts) {
+      xmlStopParser(parser);
+      return;
+    }
     std::vector<int>& lines = recovery.problem_lines;
     if (lines.empty()) recovery.first_problem = in_one_line(*problem);
     if (lines.empty() || lines.back() != problem->line) lines.push_back(problem->line);
@@ -98,21 +103,23 @@ void note_problem(void* data, Problem* problem) noexcept {
 
 }  // namespace
 
-Recovery recover(std::string_view bytes, Blanks blanks, Wanted wanted) {
+Recovery recover(std::string_view bytes, const PartLimit& most, Blanks blanks, Wanted wanted) {
   Recovery recovery;
-  Problems problems{recovery, nullptr, {}, 0};
+  Problems problems{recovery, most, nullptr, nullptr, {}, 0};
   const ProblemChannel channel(note_problem, &problems);
   const int options = blanks == Blanks::drop ? XML_PARSE_NOBLANKS : 0;
   Source source{bytes};
   const Context context = open_parser(source, options | XML_PARSE_COMPACT);
+  problems.parser = context.get();
   count_parts(*context, problems);
+  if (wanted == Wanted::never) build_no_more(*context->sax);
   if (wanted == Wanted::only_without_problems) problems.unwanted = context->sax;
   xmlParseDocument(context.get());
   recovery.document = own(context->myDoc);
   context->myDoc = nullptr;
   if (problems.limits.memory_ran_out) throw std::bad_alloc();
-  recovery.limit = source.limit != nullptr         ? source.limit
-                   : problems.parts > most_parts ? too_many_parts
+  recovery.limit = source.limit != nullptr       ? source.limit
+                   : problems.parts > most.parts ? most.passed
                                                  : problems.limits.passed;
   recovery.well_formed = recovery.document && context->wellFormed == 1;
   return recovery;

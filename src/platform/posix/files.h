@@ -30,6 +30,9 @@ class FileDescriptor {
 // Appends all there is to read. Gives 0, or errno: EFBIG beyond most_bytes.
 [[nodiscard]] int read_all(int descriptor, ByteBuffer& buffer);
 
+// Argument error for a zero byte in the path.
+void check_path(const std::string& path);
+
 // The error of a read that gave this number.
 Error read_error(std::string_view what, int number);
 

@@ -22,20 +22,6 @@ extern char** environ;  // NOLINT: POSIX has no header for it
 namespace murmurase {
 namespace {
 
-// The path in double quotes, in which only these four characters keep a meaning to the shell.
-std::string in_double_quotes(std::string_view path) {
-  std::string text = "\"";
-  for (const char c : path) {
-    if (c == '\0') {
-      throw Error(ErrorKind::argument,
-                  fmt::format("the path {} holds a zero byte", printable(path)));
-    }
-    if (c == '"' || c == '\\' || c == '$' || c == '`') text += '\\';
-    text += c;
-  }
-  return text + '"';
-}
-
 // A pipe whose ends stay clear of the standard streams' numbers, which a host may have closed.
 std::pair<FileDescriptor, FileDescriptor> make_pipe() {
   std::array<int, 2> ends{};
@@ -84,12 +70,15 @@ int start(pid_t& child, const char* program, FileActions& actions, std::vector<s
   return error;
 }
 
-// Has /bin/sh run the command text, its standard output going to `output`.
-pid_t start_shell(const std::string& text, int output) {
+// Has /bin/sh run the tool, its standard output going to `output`. The shell gets the paths beside its
+// command text, so that it looks into neither.
+pid_t start_tool(const std::string& command, const std::string& movie_path, int output) {
   FileActions actions;
   posix_spawn_file_actions_adddup2(actions.get(), output, STDOUT_FILENO);
   pid_t child = 0;
-  if (const int error = start(child, "/bin/sh", actions, {"sh", "-c", text}); error != 0) {
+  if (const int error = start(child, "/bin/sh", actions,
+                              {"sh", "-c", "\"$1\" get \"$2\"", "sh", command, movie_path});
+      error != 0) {
     throw system_error("start", "/bin/sh for the XMP tool", error);
   }
   return child;
@@ -140,12 +129,13 @@ class PosixPlatform : public Platform {
   }
 
   ToolRun run_xmp_tool(const std::string& command, const std::string& movie_path) override {
-    const std::string text = in_double_quotes(command) + " get " + in_double_quotes(movie_path);
+    check_path(command);
+    check_path(movie_path);
     auto [read_end, write_end] = make_pipe();
 #ifdef F_SETPIPE_SZ
     fcntl(read_end.get(), F_SETPIPE_SZ, 1 << 20);  // fewer turns; a refusal costs nothing else
 #endif
-    const pid_t child = start_shell(text, write_end.get());
+    const pid_t child = start_tool(command, movie_path, write_end.get());
     write_end.close();
     ToolRun run;
     int error = 0;
