@@ -7,6 +7,7 @@
 #include <exception>
 #include <iostream>
 #include <locale>
+#include <new>
 #include <sstream>
 #include <string>
 
@@ -117,7 +118,8 @@ void add_timecode(CLI::App& app, TimecodeOptions& options) {
   const auto add_number = [&](CLI::App* command, const char* name, const char* about) {
     command
         ->add_option_function<std::string>(
-            name, [&options, name](const std::string& text) { options.number = number_of(name, text); },
+            name,
+            [&options, name](const std::string& text) { options.number = number_of(name, text); },
             about)
         ->required();
   };
@@ -265,6 +267,8 @@ int main(int count, char** arguments) {
     if (status == success && !std::cout.flush())
       return report("cannot write standard output", failed);
     return status;
+  } catch (const std::bad_alloc&) {
+    return report("not enough memory; close other programs", failed);
   } catch (const std::exception& error) {
     return report(error.what(), failed);
   }

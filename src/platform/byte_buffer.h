@@ -12,7 +12,7 @@ namespace murmurase {
 
 // The most bytes that are read of anything, a file or a program's output. Far more than any movie's
 // packet, and few enough to be worked on in memory.
-inline constexpr std::size_t most_bytes = std::size_t{1} << 30;
+inline constexpr std::size_t most_bytes = std::size_t{512} << 20;
 
 // Bytes that grow at the end by realloc, which moves the pages of a large block instead of copying
 // them, and that are not cleared before they are written.

@@ -46,7 +46,7 @@ std::vector<std::int64_t> existing_lines(const std::vector<int>& numbers, std::s
 // problems name, or both repairs, comes out as if it were repaired once.
 std::string joined(std::string_view text, const ClipRepair& repair, const std::string& path) {
   const auto ampersands = static_cast<std::size_t>(std::ranges::count(text, '&'));
-  if (text.size() + ampersands * 4 > most_bytes) fail(path, "repaired, it is larger than 1 GiB");
+  if (text.size() + ampersands * 4 > most_bytes) fail(path, "repaired, it is larger than 512 MiB");
   std::string result;
   result.reserve(text.size() + text.size() / 8);
   auto next = repair.repaired_lines.begin();

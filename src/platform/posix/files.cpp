@@ -164,7 +164,7 @@ int read_all(int descriptor, ByteBuffer& buffer) {
 Error read_error(std::string_view what, int number) {
   if (number != EFBIG) return system_error("read", what, number);
   return {ErrorKind::system,
-          fmt::format("cannot read {}: it is larger than 1 GiB", printable(what)), number};
+          fmt::format("cannot read {}: it is larger than 512 MiB", printable(what)), number};
 }
 
 ByteBuffer read_file(const std::string& path) {
