@@ -77,7 +77,7 @@ pid_t start_tool(const std::string& command, const std::string& movie_path, int 
   posix_spawn_file_actions_adddup2(actions.get(), output, STDOUT_FILENO);
   pid_t child = 0;
   if (const int error = start(child, "/bin/sh", actions,
-                              {"sh", "-c", "\"$1\" get \"$2\"", "sh", command, movie_path});
+                              {"sh", "-c", R"("$1" get "$2")", "sh", command, movie_path});
       error != 0) {
     throw system_error("start", "/bin/sh for the XMP tool", error);
   }
