@@ -229,6 +229,8 @@ TEST(ClipReader, Failures) {
       {"\xFF\xD8\xFF\xE0\x10JFIF", "'<' not found"},
       {"<?xml version='1.0' encoding='none-such'?><a/>", "none-such"},
       {deep, "nested too deep"},
+      {"<a>\n" + numbered("<a b='{}'/>", 1'000'000) + "</a>", "more than 2 million elements"},
+      {"<a " + numbered("a{}='' ", 20'000) + "/>", "more than 1,000 attributes"},
       {"<a>\n<" + std::string(60000, 'b') + "/></a>", "a name in it is too long"},
       {"<a>\n<!--" + std::string(11000000, 'c') + "--></a>", "longer than 10 MB"},
       {"<a>\n" + std::string(11000000, 'c') + "</a>", "longer than 10 MB"},

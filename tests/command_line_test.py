@@ -265,10 +265,12 @@ class CommandLine(unittest.TestCase):
         done = subprocess.run([os.environ["MURMURASE"], "export", INTERVIEW, "--out", str(self.folder / "o"),
                                *PLAIN_TOOL], stdout=terminal, stderr=subprocess.PIPE)
         os.close(terminal)
-        shown = ""
-        with contextlib.suppress(OSError):  # Linux's end of a terminal
-            while part := os.read(master, 10000).decode():
+        shown = b""
+        with contextlib.suppress(OSError):  # Linux: an error is the end of a terminal that nobody holds
+            while part := os.read(master, 10000):
                 shown += part
+        os.close(master)
+        shown = shown.decode()
         self.assertEqual((done.returncode, done.stderr), (0, b""))
         self.assertTrue(shown.startswith("\r[....") and shown.endswith("#] 1/1\r\n"), shown)
 
@@ -306,6 +308,18 @@ class CommandLine(unittest.TestCase):
                                   stdout=full, stderr=subprocess.PIPE, text=True)
         self.assertEqual((done.returncode, done.stderr),
                          (1, f"murmurase: {INTERVIEW}: cannot write standard output: No space left on device\n"))
+
+    def test_closed_standard_streams(self):
+        out = self.folder / "out.txt"
+        for closed in ([1], [2], [1, 2], [0, 1, 2]):
+            for arguments, status in ((["speakers", INTERVIEW], int(1 in closed)),
+                                      (["text", INTERVIEW, str(out), "--words=3", "--name=Speaker 2=Bob"], 0),
+                                      (["export", INTERVIEW, INTERVIEW, "--jobs=1", f"--out={self.folder}/d"],
+                                       int(1 in closed)), (["speakers", "/none"], 1)):
+                done = subprocess.run([os.environ["MURMURASE"], *arguments, *PLAIN_TOOL], stdout=subprocess.DEVNULL,
+                                      stderr=subprocess.DEVNULL, preexec_fn=lambda: [os.close(n) for n in closed])
+                self.assertEqual(done.returncode, status, (closed, arguments))
+            self.assertEqual(out.read_text(), TRANSCRIPT)
 
     def test_wrong_usage(self):
         for arguments in ([], ["speak", "x"], ["text", INTERVIEW], ["speakers"],

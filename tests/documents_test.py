@@ -21,7 +21,8 @@ def examples(document):
 
 class Documents(unittest.TestCase):
     def test_examples(self):
-        environment = {**os.environ, "PATH": PROGRAMS + ":" + os.environ["PATH"]}
+        environment = {"HOME": "/", **os.environ}  # GNU parallel complains without one
+        environment["PATH"] = PROGRAMS + ":" + os.environ["PATH"]
         shown = 0
         for document in [SOURCE / "README.md", *sorted((SOURCE / "docs").glob("*.md"))]:
             with tempfile.TemporaryDirectory() as folder:

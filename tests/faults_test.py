@@ -118,10 +118,10 @@ class Faults(unittest.TestCase):
                  for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGABRT, signal.SIGKILL,
                                 signal.SIGSEGV, signal.SIGPIPE, signal.SIGALRM, signal.SIGTERM)]
         cases += [(":", {}, "it is empty"), ("exit 3", {}, "failed with status 3 without saying why")]
-        large = [("exec head -c 2147483648 /dev/zero", {}, "File too large"),
-                 ("exec head -c 1073741824 /dev/zero", {}, "it holds no element")]
+        large = [("exec head -c 2147483648 /dev/zero", {}, "it is larger than 512 MiB"),
+                 ("exec head -c 536870912 /dev/zero", {}, "it holds no element")]
         if ADDRESS_SPACE_CAN_BE_LIMITED:
-            large.append(("exec head -c 1073741824 /dev/zero", {"AS": 1 << 29}, "out of memory"))
+            large.append(("exec head -c 536870912 /dev/zero", {"AS": 1 << 29}, "out of memory"))
         for script, limits, message in cases + large:
             for command in self.commands(tool=self.tool(script)):
                 self.out.write_bytes(OLD)

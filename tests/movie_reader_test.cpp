@@ -199,11 +199,16 @@ TEST(MovieReader, HostileDocumentsEndInAnError) {
   } cases[] = {
       {document, "expand without measure"},
       {packet(deep), "nested too deep"},
+      {packet("<d " + numbered("a{}='' ", 20'000) + "/>"), "more than 1,000 attributes"},
+      {packet("<d " + numbered("xmlns:a{}='u' ", 20'000) + "/>"), "more than 1,000 attributes"},
+      {packet(numbered("<d{}/>", 110'000)), "100,000 different names"},
+      {"<!DOCTYPE x [" + numbered("<!ATTLIST x a{} CDATA ''>", 5'000) + "]>" + packet(""),
+       "64 KiB"},
       {packet(speech({{std::string(11'000'000, 'x'), "0", "1", "A"}})), "longer than 10 MB"}};
   for (const auto& each : cases) {
     Desk desk;
-    EXPECT_TRUE(
-        is_error(error_of([&] { read(desk, each.document); }), ErrorKind::xml, each.reason));
+    const std::string error = error_of([&] { read(desk, each.document); });
+    EXPECT_TRUE(is_error(error, ErrorKind::xml, each.reason)) << each.reason << error;
     EXPECT_FALSE(desk.controller.displayformat);
   }
 }

@@ -124,6 +124,13 @@ inline std::string speech(const std::vector<Word>& words, const std::string& tim
   return track("Speech", time_base, markers);
 }
 
+// The text that the form makes of each number, one after the other.
+inline std::string numbered(fmt::format_string<int&> form, int count) {
+  std::string text;
+  for (int i = 0; i < count; ++i) text += fmt::format(form, i);
+  return text;
+}
+
 // The kind and message of the error that a call ends in; empty when it ends in none.
 template <typename Call>
 std::string error_of(const Call& call) {

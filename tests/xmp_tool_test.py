@@ -150,12 +150,14 @@ class XmpToolTest(unittest.TestCase):
                 self.assertEqual(self.get("--", name), self.get(name))
 
     def test_failures(self):
+        deep = b"".join((8 * n).to_bytes(4, "big") + (b"trak" if n < 99_999 else b"moov")
+                        for n in range(99_999, 0, -1))
         self.write(empty__mov=b"", text__mov=b"Dear diary,\n" * 99, zero__mov=bytes(5000),
                    picture__mov=b"\x89PNG\r\n\x1a\n" + bytes(99), moov__mov=SAMPLE[:3000],
                    mdat__mov=SAMPLE[:-9], head__mov=SAMPLE[:20], none__mov=NO_PACKET,
                    rdf__mov=SAMPLE.replace(b"rdf:RDF", b"rdf:RDG"), cut__xmp=PACKET[:99],
                    doctype__xmp=b"<!DOCTYPE x>" + PACKET,
-                   prose__xmp=b"hello", empty__xmp=b"")
+                   prose__xmp=b"hello", empty__xmp=b"", deep__mov=SAMPLE[:20] + deep)
         (self.folder / "sub.mov").mkdir()
         for name, *said in (
                 ("gone.mov", '"gone.mov"', "No such file"), ("sub.mov", "folder"),
@@ -164,7 +166,7 @@ class XmpToolTest(unittest.TestCase):
                 ("moov.mov", "truncated", '"moov"'), ("mdat.mov", "truncated, 9 bytes"),
                 ("head.mov", "truncated"), ("doctype.xmp", "document type"), ("rdf.mov", "no XMP"),
                 ("none.mov", '"none.xmp" or "none.mov.xmp"'), ("cut.xmp", "well-formed"),
-                ("prose.xmp", "well-formed"), ("empty.xmp", "empty"),
+                ("prose.xmp", "well-formed"), ("deep.mov", "nested deeper"), ("empty.xmp", "empty"),
                 ("a\nb\r\x1b\u2028\u0085.mov", r'"a\nb\r\x1b\xe2\x80\xa8\xc2\x85.mov"'),
                 (b"\xff.mov", r'"\xff.mov"'), ("", '""')):
             with self.subTest(name):

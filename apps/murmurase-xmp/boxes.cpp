@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "failure.h"
@@ -69,6 +70,27 @@ std::vector<Extent> boxes_of(std::FILE* file, const std::vector<Extent>& parents
   return found;
 }
 
+/// libexempi descends into these by recursion, as deep as they go.
+void refuse_deep_boxes(const std::filesystem::path& movie, std::FILE* file, Extent moov) {
+  constexpr std::array<std::string_view, 10> kContainers{"moov", "trak", "edts", "mdia", "minf",
+                                                         "dinf", "stbl", "udta", "meta", "ilst"};
+  constexpr int kMostLevels = 32;
+  std::vector<Extent> level{moov};
+  for (int depth = 0; !level.empty(); ++depth) {
+    if (depth == kMostLevels)
+      fail("cannot read {}: its boxes are nested deeper than {} levels; {}",
+           in_quotes(movie.native()), kMostLevels, kCopyAgain);
+    std::vector<Extent> next;
+    for (const Extent parent : level) {
+      for (const Box& box : boxes_in(file, parent)) {
+        if (std::ranges::find(kContainers, box.type()) != kContainers.end())
+          next.push_back(box.content);
+      }
+    }
+    level = std::move(next);
+  }
+}
+
 }  // namespace
 
 std::optional<Extent> find_packet_box(const std::filesystem::path& movie, std::FILE* file,
@@ -83,6 +105,7 @@ std::optional<Extent> find_packet_box(const std::filesystem::path& movie, std::F
       packets.push_back({box.content.offset + 16, box.content.length - 16});
     if (box.type() != "moov") continue;
     has_moov = true;
+    refuse_deep_boxes(movie, file, box.content);
     for (const Box& part : boxes_in(file, box.content)) {
       if (part.type() != "udta") continue;
       for (const Box& item : boxes_in(file, part.content))

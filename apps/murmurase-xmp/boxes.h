@@ -14,7 +14,7 @@ struct Extent {
 /// Walks the boxes of a QuickTime or MPEG-4 movie of `size` bytes (ISO/IEC 14496-12, 4.2) and
 /// returns where its XMP packet lies: in moov/udta/XMP_ or in the uuid box of XMP (ISO 16684-3).
 /// Nothing if it has none there, or more than one. Throws Failure if the movie ends before its
-/// boxes do or has no moov box.
+/// boxes do, has no moov box, or has boxes nested without measure.
 std::optional<Extent> find_packet_box(const std::filesystem::path& movie, std::FILE* file,
                                       std::uint64_t size);
 

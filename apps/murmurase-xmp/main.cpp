@@ -22,6 +22,7 @@
 #include "movie.h"
 #include "normal_packet.h"
 #include "packet.h"
+#include "platform/standard_streams.h"
 
 namespace {
 
@@ -180,6 +181,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  murmurase::hold_standard_streams();
   std::signal(SIGPIPE, SIG_IGN);  // A closed pipe is a failed write, to be reported as one.
   try {
     return run(argc, argv);

@@ -37,12 +37,14 @@ std::string as_utf8(std::string_view bytes) {
 
 murmurase::xml::Recovery parse(const Packet& packet, Movie& movie) {
   using murmurase::xml::Blanks;
-  murmurase::xml::Recovery parsed = murmurase::xml::recover(packet.bytes, Blanks::drop);
+  using murmurase::xml::packet_limit;
+  murmurase::xml::Recovery parsed =
+      murmurase::xml::recover(packet.bytes, packet_limit, Blanks::drop);
   std::string first_problem = parsed.first_problem;
   if (!parsed.well_formed && packet.bytes.find('\0') == std::string::npos) {
     // The parser would take all that follows a wrong byte for ISO 8859-1.
     const std::string text = as_utf8(packet.bytes);
-    if (text != packet.bytes) parsed = murmurase::xml::recover(text, Blanks::drop);
+    if (text != packet.bytes) parsed = murmurase::xml::recover(text, packet_limit, Blanks::drop);
   }
   const std::string file = in_quotes(packet.file.native());
   const xmlDoc* const document = parsed.document.get();

@@ -19,6 +19,7 @@
 
 #include "boxes.h"
 #include "failure.h"
+#include "platform/byte_buffer.h"
 
 namespace fs = std::filesystem;
 
@@ -74,6 +75,11 @@ File open_file(const fs::path& path, std::uintmax_t& size) {
 }
 
 std::string read_bytes(const fs::path& path, std::FILE* file, Extent extent) {
+  if (extent.length > murmurase::most_bytes)
+    fail(
+        "cannot read the XMP packet of {}: it has {} bytes, more than 512 MiB; have it written "
+        "again",
+        quoted_name(path), extent.length);
   std::string bytes(extent.length, '\0');
   errno = EIO;  // What a file that has just become shorter comes to.
   if (fseeko(file, static_cast<off_t>(extent.offset), SEEK_SET) != 0 ||

@@ -120,7 +120,8 @@ std::string repair_line(const std::string& clip, const std::string& repaired) {
 }
 
 void open_file(const std::string& program, const std::string& file) {
-  std::string words[] = {program, file};
+  // No program may take it for an option.
+  std::string words[] = {program, file.starts_with('-') ? "./" + file : file};
   char* const arguments[] = {words[0].data(), words[1].data(), nullptr};
   posix_spawn_file_actions_t streams;
   posix_spawn_file_actions_init(&streams);

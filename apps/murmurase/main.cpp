@@ -6,13 +6,16 @@
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <locale>
 #include <new>
+#include <sstream>
 #include <string>
 
 #include "batch.h"
 #include "commands.h"
 #include "core/printable.h"
 #include "interruption.h"
+#include "platform/standard_streams.h"
 
 namespace {
 
@@ -21,7 +24,7 @@ constexpr int failed = 1;
 constexpr int wrong_usage = 2;
 
 int report(const std::string& message, int status) {
-  fmt::print(stderr, "murmurase: {}\n", murmurase::printable(message));
+  std::fputs(fmt::format("murmurase: {}\n", murmurase::printable(message)).c_str(), stderr);
   return status;
 }
 
@@ -32,6 +35,17 @@ std::int64_t words_of(const std::string& text) {
   const auto [stop, error] = std::from_chars(text.data(), end, number);
   if (error != std::errc() || stop != end || number < 1) {
     throw CLI::ValidationError("--words: " + text + " is not a whole number from 1");
+  }
+  return number;
+}
+
+// CLI11's own reading takes a decimal comma where the locale has one.
+double number_of(const char* option, const std::string& text) {
+  std::istringstream stream(text);
+  stream.imbue(std::locale::classic());
+  double number = 0;
+  if (!(stream >> number) || stream.peek() != std::istringstream::traits_type::eof()) {
+    throw CLI::ValidationError(fmt::format("{}: {} is not a number", option, text));
   }
   return number;
 }
@@ -86,17 +100,31 @@ void add_timecode(CLI::App& app, TimecodeOptions& options) {
   };
   const auto add_rate = [&](CLI::App* command) {
     command
-        ->add_option("--rate", options.rate,
-                     "Frames per second, such as 25 or 29.97; labels count it rounded to a whole "
-                     "number")
-        ->required()
-        ->check(CLI::Range(0.5, 1e6));
+        ->add_option_function<std::string>(
+            "--rate",
+            [&options](const std::string& text) {
+              options.rate = number_of("--rate", text);
+              if (options.rate < 0.5 || options.rate > 1e6) {
+                throw CLI::ValidationError("--rate: " + text + " is not from 0.5 to 1000000");
+              }
+            },
+            "Frames per second, such as 25 or 29.97; labels count it rounded to a whole number")
+        ->type_name("R")
+        ->required();
     command->add_flag("--drop-frame", options.drop_frame,
                       "Count drop-frame: labels are skipped at the start of most minutes");
   };
   CLI::App* label =
       add("label", "The timecode label of a frame count", "107892 --rate 29.97 --drop-frame");
-  label->add_option("FRAMES", options.number, "A frame count, from 0")->required();
+  const auto add_number = [&](CLI::App* command, const char* name, const char* about) {
+    command
+        ->add_option_function<std::string>(
+            name,
+            [&options, name](const std::string& text) { options.number = number_of(name, text); },
+            about)
+        ->required();
+  };
+  add_number(label, "FRAMES", "A frame count, from 0");
   add_rate(label);
   label->callback([&] { host::print_label(options.number, options.rate, options.drop_frame); });
   CLI::App* frames = add("frames", "The frame count of a timecode label",
@@ -105,7 +133,7 @@ void add_timecode(CLI::App& app, TimecodeOptions& options) {
   add_rate(frames);
   frames->callback([&] { host::print_frames(options.label, options.rate, options.drop_frame); });
   CLI::App* clock = add("clock", "The clock label of a time in seconds", "3725.4");
-  clock->add_option("SECONDS", options.number, "A time, from 0")->required();
+  add_number(clock, "SECONDS", "A time, from 0");
   clock->callback([&] { host::print_clock(options.number); });
 }
 
@@ -232,6 +260,7 @@ int run(int count, char** arguments) {
 }  // namespace
 
 int main(int count, char** arguments) {
+  murmurase::hold_standard_streams();
   std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is a failed write, told like every other
   std::signal(SIGCHLD, SIG_DFL);  // ended children wait to be asked, whatever was inherited
   host::end_cleanly_when_interrupted();
@@ -241,8 +270,7 @@ int main(int count, char** arguments) {
       return report("cannot write standard output", failed);
     return status;
   } catch (const std::bad_alloc&) {
-    std::fputs("murmurase: out of memory; close other programs\n", stderr);
-    return failed;
+    return report("not enough memory; close other programs", failed);
   } catch (const std::exception& error) {
     return report(error.what(), failed);
   }

@@ -73,15 +73,26 @@ Failure tool_failure(std::string said) {
   return Failure("cannot read its XMP: " + printable(said));
 }
 
+// Lines fit for a terminal: a tool may quote what strangers wrote.
+std::string printable_lines(std::string_view text) {
+  std::string lines;
+  while (!text.empty()) {
+    const std::size_t length = std::min(text.find('\n'), text.size());
+    lines += printable(text.substr(0, length)) + '\n';
+    text.remove_prefix(std::min(length + 1, text.size()));
+  }
+  return lines;
+}
+
 std::string parse_movie(Controller& controller, const MovieOptions& options) {
   CapturedErrors errors;
   const Value track_types = controller.call("parse_xmp_from_mov", {options.movie});
-  std::string said = errors.restore();
+  const std::string said = errors.restore();
   if (track_types == nullptr) throw tool_failure(said);
   if (!controller.holds("transcription_xml")) {
     throw Failure("it has no speech transcription (no track of type \"Speech\" in its XMP)");
   }
-  return said;
+  return printable_lines(said);
 }
 
 std::string known_speakers(const json& speakers) {

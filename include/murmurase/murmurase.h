@@ -276,6 +276,11 @@ MURMURASE_CHECKED murmurase_error* murmurase_set(murmurase_controller* controlle
  *                                                 murmurase_set_open_command(); boolean: whether the
  *                                                 opening was accepted. Sets words_array, in
  *
+ * Limits against hostile inputs, beyond which an operation ends in an error that names the limit: 512
+ * MiB for a clip file, for its repaired text and for what the XMP tool prints; 10 million elements,
+ * attributes and other parts of a packet, 2 million of a clip; 10 MB for a text; 256 levels of nesting;
+ * 100,000 different names; 64 KiB for a document type; 65,535 phrases in a workbook, 1 million in a clip.
+ *
  * `arguments` may be NULL when `count` is 0. `result` may be NULL when the result is not wanted.
  * Errors: name for an unknown operation (every one before start-up); argument, "wrong number of
  * arguments (%d for %d)", checked before all else; type; and what the operation itself fails with.

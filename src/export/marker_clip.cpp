@@ -131,6 +131,8 @@ class MarkerBuilder {
   Shared out_ = build_.share("out");
 };
 
+constexpr std::size_t most_markers = 1'000'000;  // of about 3 KiB in memory each
+
 void check_text(std::string_view text, std::string_view what, std::size_t phrase) {
   if (xml::can_hold(text)) return;
   throw Error(ErrorKind::xml,
@@ -153,6 +155,13 @@ std::int64_t start_frame(const WordGroup& phrase, std::int64_t timebase) {
 void add_markers(Controller& controller, xmlNode* clip, bool coloured, std::int64_t timebase) {
   const std::vector<SpeakerEntry>& speakers = required(controller.speakers_array, "speakers_array");
   const std::vector<WordGroup>& phrases = required(controller.words_array, "words_array");
+  if (phrases.size() > most_markers) {
+    throw Error(
+        ErrorKind::range,
+        fmt::format("{} phrases are more than the {} that a clip takes as markers; group more "
+                    "words into each",
+                    phrases.size(), most_markers));
+  }
   const SpeakerLookup lookup(speakers);
   MarkerBuilder builder(clip);
   std::int64_t& in = controller.in.emplace(0);

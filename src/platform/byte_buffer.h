@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -8,6 +9,10 @@
 #include <string_view>
 
 namespace murmurase {
+
+// The most bytes that are read of anything, a file or a program's output. Far more than any movie's
+// packet, and few enough to be worked on in memory.
+inline constexpr std::size_t most_bytes = std::size_t{512} << 20;
 
 // Bytes that grow at the end by realloc, which moves the pages of a large block instead of copying
 // them, and that are not cleared before they are written.
@@ -25,6 +30,8 @@ class ByteBuffer {
     }
     return {bytes_.get() + size_, capacity_ - size_};
   }
+
+  std::size_t size() const { return size_; }
 
   // Counts bytes that were written into the room as held.
   void grow(std::size_t count) { size_ += count; }

@@ -9,10 +9,6 @@
 
 namespace murmurase {
 
-// The most that is read of a file, or of what the XMP tool prints, in bytes: 1 GiB, some four million
-// words. A tool that prints without end must not take all memory.
-constexpr std::size_t most_read = std::size_t{1} << 30;
-
 // What the XMP tool left behind.
 struct ToolRun {
   int wait_status = 0;  // as waitpid reports it: 0 only for an exit with code 0
@@ -40,15 +36,16 @@ class Platform {
 
   // Has the shell run `command` with the arguments "get" and the movie's path, each of which
   // arrives unchanged as one argument whatever characters it holds, reads all of its standard
-  // output and waits for its end. System error EFBIG for more than most_read. A tool that cannot be started is no error here: the shell reports
-  // it with a wait status. Argument error for a zero byte in either path.
+  // output, at most `most_bytes`, and waits for its end. System error EFBIG for more. A tool that cannot
+  // be started is no error here: the shell reports it with a wait status. Argument error for a zero byte
+  // in either path.
   virtual ToolRun run_xmp_tool(const std::string& command, const std::string& movie_path) = 0;
 
   // Asks the tool that is running to end; it is the process that the signal SIGTERM reaches, for the
   // shell gives way to it. Nothing happens when none runs. For signal handlers and other threads too.
   virtual void end_xmp_tool() noexcept = 0;
 
-  // All bytes of a file. Argument error for a zero byte in the path.
+  // All bytes of a file, at most `most_bytes`. Argument error for a zero byte in the path.
   virtual ByteBuffer read_file(const std::string& path) = 0;
 
   // Makes a file of these bytes, replacing one of that name: at every moment the path holds either

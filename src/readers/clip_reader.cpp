@@ -24,7 +24,7 @@ namespace {
 
 xml::Recovery parse(std::string_view text, xml::Blanks blanks, xml::Wanted wanted,
                     const std::string& path) {
-  xml::Recovery recovery = xml::recover(text, blanks, wanted);
+  xml::Recovery recovery = xml::recover(text, xml::clip_limit, blanks, wanted);
   if (!recovery.document) {
     fail(path, recovery.first_problem.empty() ? "it holds none" : recovery.first_problem);
   }
@@ -46,7 +46,9 @@ std::vector<std::int64_t> existing_lines(const std::vector<int>& numbers, std::s
 
 // The text without its line feeds, and with these lines, or all, repaired. A line that several
 // problems name, or both repairs, comes out as if it were repaired once.
-std::string joined(std::string_view text, const ClipRepair& repair) {
+std::string joined(std::string_view text, const ClipRepair& repair, const std::string& path) {
+  const auto ampersands = static_cast<std::size_t>(std::ranges::count(text, '&'));
+  if (text.size() + ampersands * 4 > most_bytes) fail(path, "repaired, it is larger than 512 MiB");
   std::string result;
   result.reserve(text.size() + text.size() / 8);
   auto next = repair.repaired_lines.begin();
@@ -84,12 +86,12 @@ ClipFile parse_xml_file(Controller& controller, const std::string& path) {
   if (!clip.problem_lines.empty()) {
     repair = {ClipRepair::lines, existing_lines(clip.problem_lines, file.view())};
     clip = {};  // one document at a time in memory
-    clip = parse(joined(file.view(), repair), xml::Blanks::keep, whole, path);
+    clip = parse(joined(file.view(), repair, path), xml::Blanks::keep, whole, path);
   }
   if (!clip.problem_lines.empty()) {
     repair = {ClipRepair::all, {}};
     clip = {};
-    clip = parse(joined(file.view(), repair), xml::Blanks::keep, xml::Wanted::always, path);
+    clip = parse(joined(file.view(), repair, path), xml::Blanks::keep, xml::Wanted::always, path);
   }
   if (clip.limit != nullptr) fail(path, clip.limit);
   const xmlNode* first = clip.document->children;

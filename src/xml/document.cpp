@@ -22,6 +22,7 @@ struct ValueParse {
   std::size_t depth_in_value = 0;      // elements open from the outermost value element on
   std::unordered_map<const xmlEntity*, std::string> entities;  // what they stand for
   std::size_t entity_text_so_far = 0;                          // bytes
+  std::size_t parts = 0;                                       // and problems
   const char* limit = nullptr;                                 // the first limit passed
   bool memory_ran_out = false;
   bool malformed = false;
@@ -47,9 +48,11 @@ bool is_text(const xmlNode* node) {
 }
 
 void start_element(void* context, const xmlChar* local, const xmlChar* prefix, const xmlChar* uri,
-                   int namespace_count, const xmlChar** namespaces, int /*attribute_count*/,
+                   int namespace_count, const xmlChar** namespaces, int attribute_count,
                    int /*defaulted_count*/, const xmlChar** /*attributes*/) {
   ValueParse& state = state_of(context);
+  state.parts += static_cast<std::size_t>(1 + namespace_count + attribute_count);
+  if (state.parts > packet_limit.parts) stop(context, packet_limit.passed);
   if (state.depth_in_value > 0 ||
       (uri == state.space && std::ranges::find(state.values, local) != state.values.end())) {
     ++state.depth_in_value;
@@ -71,10 +74,6 @@ bool counts(void* context) {
 
 void characters(void* context, const xmlChar* text, int length) {
   if (counts(context)) xmlSAX2Characters(context, text, length);
-}
-
-void cdata(void* context, const xmlChar* text, int length) {
-  if (counts(context)) xmlSAX2CDataBlock(context, text, length);
 }
 
 // Appends what an entity stands for, each entity within it being worked out once. The parser has
@@ -130,6 +129,7 @@ void note_problem(void* context, Problem* problem) {
   limits.note(*problem);
   state_of(context).malformed = true;
   if (problem->code == XML_ERR_UNSUPPORTED_ENCODING) limits.passed = "its encoding is unknown";
+  if (++state_of(context).parts > packet_limit.parts) limits.passed = packet_limit.passed;
   if (limits.memory_ran_out) state_of(context).memory_ran_out = true;
   if (limits.memory_ran_out || limits.passed != nullptr) {
     stop(context, limits.memory_ran_out ? "memory has run out" : limits.passed);
@@ -206,7 +206,8 @@ XmlDocument parse_once(std::string_view bytes, std::span<const char* const> valu
   if (bytes.empty()) fail("it is empty");
   Limits beside;  // what libxml2 reports though its parser does not
   const ProblemChannel channel(note_limits, &beside);
-  const Context context = open_parser(bytes, XML_PARSE_COMPACT);
+  Source source{bytes};
+  const Context context = open_parser(source, XML_PARSE_COMPACT);
   ValueParse state;
   state.main_context = context.get();
   const auto interned = [&](const char* name) {
@@ -222,7 +223,9 @@ XmlDocument parse_once(std::string_view bytes, std::span<const char* const> valu
   sax.endElementNs = end_element;
   sax.characters = characters;
   sax.ignorableWhitespace = characters;
-  sax.cdataBlock = cdata;
+  sax.cdataBlock = characters;  // a text like any other, and joined with its neighbours
+  sax.comment = nullptr;
+  sax.processingInstruction = nullptr;
   sax.getEntity = get_entity;
   sax.reference = reference;
   sax.serror = note_problem;
@@ -231,6 +234,7 @@ XmlDocument parse_once(std::string_view bytes, std::span<const char* const> valu
   XmlDocument document = own(context->myDoc);
   context->myDoc = nullptr;
   if (state.memory_ran_out || beside.memory_ran_out) throw std::bad_alloc();
+  if (source.limit != nullptr) fail(source.limit);
   if (state.limit != nullptr) fail(state.limit);
   if (!document || xmlDocGetRootElement(document.get()) == nullptr) fail("it holds no element");
   malformed = state.malformed;

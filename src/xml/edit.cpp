@@ -151,7 +151,7 @@ std::string serialize(const XmlDocument& document, std::string_view what) {
   if (!saved || !closed) fail("the writer failed");
   // Recovery may build what no XML can say, such as a comment with two hyphens in it.
   if ((document->properties & XML_DOC_WELLFORMED) == 0) {
-    const Recovery reread = recover(output.bytes, Blanks::keep);
+    const Recovery reread = recover(output.bytes, clip_limit, Blanks::keep, Wanted::never);
     if (!reread.well_formed) fail(reread.first_problem);
   }
   return std::move(output.bytes);

@@ -8,11 +8,36 @@
 namespace murmurase::xml {
 namespace {
 
-// Gives the parser the next bytes of a view and takes them off it.
-int read_piece(void* view, char* piece, int length) {
-  auto& bytes = *static_cast<std::string_view*>(view);
-  const std::size_t count = bytes.copy(piece, static_cast<std::size_t>(length));
-  bytes.remove_prefix(count);
+constexpr std::size_t longest_document_type = std::size_t{1} << 16;  // bytes
+constexpr int most_names = 100'000;                                  // different ones
+
+// Whether the start tag that is being read has more attributes than any has need for, or there are more
+// namespaces than that. The parser makes room for twice as many each time. From 2.12 on it does not
+// compare each with each.
+bool has_too_many_names([[maybe_unused]] const xmlParserCtxt& parser) {
+#if LIBXML_VERSION < 21200
+  constexpr int most = 2000;
+  return parser.maxatts / 5 > most || parser.nsNr / 2 > most;  // five pointers each, and two
+#else
+  return false;
+#endif
+}
+
+// Gives the parser the next bytes of a source.
+int read_piece(void* data, char* piece, int length) {
+  auto& source = *static_cast<Source*>(data);
+  if (source.parser->inSubset != 0) source.document_type += static_cast<std::size_t>(length);
+  if (source.document_type > longest_document_type) {
+    source.limit = "its document type is longer than 64 KiB";
+  } else if (has_too_many_names(*source.parser)) {
+    source.limit = "an element in it has more than 1,000 attributes or namespaces";
+  }
+  if (xmlDictSize(source.parser->dict) > most_names) {
+    source.limit = "it has more than 100,000 different names";
+  }
+  if (source.limit != nullptr) return 0;
+  const std::size_t count = source.bytes.copy(piece, static_cast<std::size_t>(length));
+  source.bytes.remove_prefix(count);
   return static_cast<int>(count);
 }
 
@@ -56,12 +81,13 @@ XmlDocument own(xmlDoc* document) {
   return {document, xmlFreeDoc};
 }
 
-Context open_parser(std::string_view& bytes, int options) {
+Context open_parser(Source& source, int options) {
   Context context(xmlNewParserCtxt());
   if (!context) throw std::bad_alloc();
   xmlCtxtUseOptions(context.get(), options | XML_PARSE_RECOVER | XML_PARSE_NONET);
+  source.parser = context.get();
   xmlParserInputBuffer* buffer =
-      xmlParserInputBufferCreateIO(read_piece, nullptr, &bytes, XML_CHAR_ENCODING_NONE);
+      xmlParserInputBufferCreateIO(read_piece, nullptr, &source, XML_CHAR_ENCODING_NONE);
   if (buffer == nullptr) throw std::bad_alloc();
   xmlParserInput* input = xmlNewIOInputStream(context.get(), buffer, XML_CHAR_ENCODING_NONE);
   if (input == nullptr) {

@@ -22,8 +22,17 @@ struct FreeContext {
 };
 using Context = std::unique_ptr<xmlParserCtxt, FreeContext>;
 
-// A parser that takes the bytes off the view, in small pieces, as it reads them. Error: memory.
-Context open_parser(std::string_view& bytes, int options);
+// What a parser reads, in small pieces. It ends early, with `limit` set, where the parser would need
+// time that grows with the square of what is there.
+struct Source {
+  std::string_view bytes;  // not read yet
+  const xmlParserCtxt* parser = nullptr;
+  std::size_t document_type = 0;  // its length in bytes, so far
+  const char* limit = nullptr;
+};
+
+// The source must outlive the parser. Error: memory.
+Context open_parser(Source& source, int options);
 
 // A lenient parser passes over what is malformed. But where it gave up on one of its limits against
 // hostile documents, the document would silently end there.

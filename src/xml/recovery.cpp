@@ -1,6 +1,7 @@
 #include "xml/recovery.h"
 
 #include <fmt/format.h>
+#include <libxml/SAX2.h>
 
 #include <new>
 
@@ -12,9 +13,57 @@ namespace {
 
 struct Problems {
   Recovery& recovery;
+  const PartLimit& most;
+  xmlParserCtxt* parser = nullptr;
   xmlSAXHandler* unwanted = nullptr;  // builds what is not wanted after a problem; or null
   Limits limits;
+  std::size_t parts = 0;  // of the document, and problems
 };
+
+void count(void* context, int parts) {
+  auto* parser = static_cast<xmlParserCtxt*>(context);
+  auto& problems = *static_cast<Problems*>(parser->_private);
+  problems.parts += static_cast<std::size_t>(parts);
+  if (problems.parts > problems.most.parts) xmlStopParser(parser);
+}
+
+void start_element(void* context, const xmlChar* local, const xmlChar* prefix, const xmlChar* uri,
+                   int namespace_count, const xmlChar** namespaces, int attribute_count,
+                   int defaulted_count, const xmlChar** attributes) {
+  count(context, 1 + namespace_count + attribute_count);
+  xmlSAX2StartElementNs(context, local, prefix, uri, namespace_count, namespaces, attribute_count,
+                        defaulted_count, attributes);
+}
+
+void comment(void* context, const xmlChar* text) {
+  count(context, 1);
+  xmlSAX2Comment(context, text);
+}
+
+void instruction(void* context, const xmlChar* target, const xmlChar* text) {
+  count(context, 1);
+  xmlSAX2ProcessingInstruction(context, target, text);
+}
+
+void cdata(void* context, const xmlChar* text, int length) {
+  count(context, 1);
+  xmlSAX2CDataBlock(context, text, length);
+}
+
+void reference(void* context, const xmlChar* name) {
+  count(context, 1);
+  xmlSAX2Reference(context, name);
+}
+
+void count_parts(xmlParserCtxt& context, Problems& problems) {
+  context._private = &problems;
+  xmlSAXHandler& builder = *context.sax;
+  builder.startElementNs = start_element;
+  builder.comment = comment;
+  builder.processingInstruction = instruction;
+  builder.cdataBlock = cdata;
+  builder.reference = reference;
+}
 
 void build_no_more(xmlSAXHandler& builder) {
   builder.startElementNs = nullptr;
@@ -36,10 +85,14 @@ std::string in_one_line(const xmlError& problem) {
 }
 
 void note_problem(void* data, Problem* problem) noexcept {
-  auto& [recovery, unwanted, limits] = *static_cast<Problems*>(data);
+  auto& [recovery, most, parser, unwanted, limits, parts] = *static_cast<Problems*>(data);
   if (unwanted != nullptr) build_no_more(*unwanted);
   try {
     limits.note(*problem);
+    if (++parts > most.parts) {
+      xmlStopParser(parser);
+      return;
+    }
     std::vector<int>& lines = recovery.problem_lines;
     if (lines.empty()) recovery.first_problem = in_one_line(*problem);
     if (lines.empty() || lines.back() != problem->line) lines.push_back(problem->line);
@@ -50,18 +103,24 @@ void note_problem(void* data, Problem* problem) noexcept {
 
 }  // namespace
 
-Recovery recover(std::string_view bytes, Blanks blanks, Wanted wanted) {
+Recovery recover(std::string_view bytes, const PartLimit& most, Blanks blanks, Wanted wanted) {
   Recovery recovery;
-  Problems problems{recovery, nullptr, {}};
+  Problems problems{recovery, most, nullptr, nullptr, {}, 0};
   const ProblemChannel channel(note_problem, &problems);
   const int options = blanks == Blanks::drop ? XML_PARSE_NOBLANKS : 0;
-  const Context context = open_parser(bytes, options | XML_PARSE_COMPACT);
+  Source source{bytes};
+  const Context context = open_parser(source, options | XML_PARSE_COMPACT);
+  problems.parser = context.get();
+  count_parts(*context, problems);
+  if (wanted == Wanted::never) build_no_more(*context->sax);
   if (wanted == Wanted::only_without_problems) problems.unwanted = context->sax;
   xmlParseDocument(context.get());
   recovery.document = own(context->myDoc);
   context->myDoc = nullptr;
   if (problems.limits.memory_ran_out) throw std::bad_alloc();
-  recovery.limit = problems.limits.passed;
+  recovery.limit = source.limit != nullptr       ? source.limit
+                   : problems.parts > most.parts ? most.passed
+                                                 : problems.limits.passed;
   recovery.well_formed = recovery.document && context->wellFormed == 1;
   return recovery;
 }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/value.h"
+#include "xml/document.h"
 
 namespace murmurase::xml {
 
@@ -22,12 +23,13 @@ struct Recovery {
 // What becomes of text nodes that hold nothing but white space between elements.
 enum class Blanks { drop, keep };
 
-// Whether the document is wanted when problems are reported. When it is not, what comes after the first
-// one is searched for more, but nothing is built of it: the document then ends there.
-enum class Wanted { only_without_problems, always };
+// Whether the document is wanted, when problems are reported or at all. When it is not, what comes after
+// the first one is searched for more, but nothing is built of it: the document then ends there.
+enum class Wanted { never, only_without_problems, always };
 
 // Parses the bytes, in whatever encoding they declare. The document keeps its document type and the
 // entities that this declares, and references to them. Error: memory.
-Recovery recover(std::string_view bytes, Blanks blanks, Wanted wanted = Wanted::always);
+Recovery recover(std::string_view bytes, const PartLimit& most, Blanks blanks,
+                 Wanted wanted = Wanted::always);
 
 }  // namespace murmurase::xml

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -109,13 +110,13 @@ void write_straight(const std::string& path, int descriptor, std::string_view by
 }
 
 // Makes a file of a name that no other has, in the target's folder and so on its file system.
-FileDescriptor create_beside(const std::string& target, std::string& path) {
+FileDescriptor create_beside(const std::string& target, mode_t mode, std::string& path) {
   const std::string folder = target.substr(0, target.rfind('/') + 1);
   std::random_device random;
   while (true) {
     path = fmt::format("{}.murmurase-{:08x}.tmp", folder, random());
     FileDescriptor file(
-        open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
+        open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
     if (file.get() >= 0 || errno != EEXIST) return file;
   }
 }
@@ -127,19 +128,19 @@ int fill_and_rename(FileDescriptor& file, const std::string& path, std::string_v
   if (replaced != nullptr && fchown(file.get(), replaced->st_uid, replaced->st_gid) != 0) {
     // Only root may give a file away; whoever else may write it makes it theirs.
   }
-  if (replaced != nullptr && fchmod(file.get(), replaced->st_mode & 07777) != 0) return errno;
+  if (replaced != nullptr && fchmod(file.get(), replaced->st_mode & 0777) != 0) return errno;
   if (fsync(file.get()) != 0) return errno;
   if (const int error = file.close(); error != 0) return error;
   return rename(path.c_str(), target.c_str()) == 0 ? 0 : errno;
 }
+
+}  // namespace
 
 void check_path(const std::string& path) {
   if (path.find('\0') != std::string::npos) {
     throw Error(ErrorKind::argument, fmt::format("the path {} holds a zero byte", printable(path)));
   }
 }
-
-}  // namespace
 
 int FileDescriptor::close() {
   if (descriptor_ < 0) return 0;
@@ -149,7 +150,7 @@ int FileDescriptor::close() {
 }
 
 int read_all(int descriptor, ByteBuffer& buffer) {
-  while (buffer.view().size() <= most_read) {
+  while (buffer.size() <= most_bytes) {
     const std::span<char> room = buffer.room(piece);
     const ssize_t count = read(descriptor, room.data(), room.size());
     if (count == 0) return 0;
@@ -162,6 +163,12 @@ int read_all(int descriptor, ByteBuffer& buffer) {
   return EFBIG;
 }
 
+Error read_error(std::string_view what, int number) {
+  if (number != EFBIG) return system_error("read", what, number);
+  return {ErrorKind::system,
+          fmt::format("cannot read {}: it is larger than 512 MiB", printable(what)), number};
+}
+
 ByteBuffer read_file(const std::string& path) {
   check_path(path);
   const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
@@ -169,26 +176,25 @@ ByteBuffer read_file(const std::string& path) {
   struct stat status {};
   ByteBuffer bytes;
   if (fstat(file.get(), &status) == 0 && status.st_size > 0) {
-    if (static_cast<std::size_t>(status.st_size) > most_read) {
-      throw system_error("read", path, EFBIG);
-    }
-    bytes.room(static_cast<std::size_t>(status.st_size) + piece);  // the last one finds the end
+    const auto size = static_cast<std::size_t>(status.st_size);
+    bytes.room(std::min(size, most_bytes) + piece);  // the last one finds the end
   }
-  if (const int error = read_all(file.get(), bytes); error != 0) {
-    throw system_error("read", path, error);
-  }
+  if (const int error = read_all(file.get(), bytes); error != 0) throw read_error(path, error);
   return bytes;
 }
 
 void replace_file(const std::string& path, std::string_view bytes) {
   check_path(path);
+  if (path.empty()) throw system_error(action, path, ENOENT);
   const std::string target = resolve_links(path);
   if (const std::optional<int> descriptor = named_descriptor(target)) {
     write_straight(path, *descriptor, bytes);
     return;
   }
   struct stat status {};
-  const bool exists = stat(target.c_str(), &status) == 0;
+  const bool exists = stat(path.c_str(), &status) == 0;
+  // The system may forbid to follow a link that a stranger has put into a shared folder.
+  if (!exists && errno != ENOENT) throw system_error(action, path, errno);
   if (exists && S_ISDIR(status.st_mode)) throw system_error(action, path, EISDIR);
   if (exists && !S_ISREG(status.st_mode)) {
     const FileDescriptor device(open(target.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
@@ -199,7 +205,8 @@ void replace_file(const std::string& path, std::string_view bytes) {
   if (exists && access(target.c_str(), W_OK) != 0) throw system_error(action, path, errno);
   std::string new_path;
   const HeldSignals held;  // one that ends the process must not leave the new file behind
-  FileDescriptor file = create_beside(target, new_path);
+  // Until it has the replaced file's permissions, nobody else may read it.
+  FileDescriptor file = create_beside(target, exists ? 0600 : 0666, new_path);
   if (file.get() < 0) throw system_error(action, path, errno);
   const int error = fill_and_rename(file, new_path, bytes, exists ? &status : nullptr, target);
   if (error != 0) {

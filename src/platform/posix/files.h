@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/error.h"
 #include "platform/byte_buffer.h"
 
 namespace murmurase {
@@ -26,8 +27,14 @@ class FileDescriptor {
   int descriptor_;
 };
 
-// Appends all there is to read. Gives 0, or errno; EFBIG for more than most_read.
+// Appends all there is to read. Gives 0, or errno: EFBIG beyond most_bytes.
 [[nodiscard]] int read_all(int descriptor, ByteBuffer& buffer);
+
+// Argument error for a zero byte in the path.
+void check_path(const std::string& path);
+
+// The error of a read that gave this number.
+Error read_error(std::string_view what, int number);
 
 // As Platform::read_file.
 ByteBuffer read_file(const std::string& path);

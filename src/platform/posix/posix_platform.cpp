@@ -24,20 +24,6 @@ extern char** environ;  // NOLINT: POSIX has no header for it
 namespace murmurase {
 namespace {
 
-// The path in double quotes, in which only these four characters keep a meaning to the shell.
-std::string in_double_quotes(std::string_view path) {
-  std::string text = "\"";
-  for (const char c : path) {
-    if (c == '\0') {
-      throw Error(ErrorKind::argument,
-                  fmt::format("the path {} holds a zero byte", printable(path)));
-    }
-    if (c == '"' || c == '\\' || c == '$' || c == '`') text += '\\';
-    text += c;
-  }
-  return text + '"';
-}
-
 // A pipe whose ends stay clear of the standard streams' numbers, which a host may have closed.
 std::pair<FileDescriptor, FileDescriptor> make_pipe() {
   std::array<int, 2> ends{};
@@ -105,12 +91,16 @@ class Start {
 
 std::atomic<pid_t> running_tool = 0;
 
-// Has /bin/sh run the tool by the command text, its standard output going to `output`.
-pid_t start_tool(const std::string& text, int output) {
+// Has /bin/sh run the tool, its standard output going to `output`. The shell gets the paths beside its
+// command text, so that it looks into neither, and gives way to the tool.
+pid_t start_tool(const std::string& command, const std::string& movie_path, int output) {
   Start shell;
   shell.output_to(output);
   pid_t child = 0;
-  if (const int error = shell.run(child, "/bin/sh", {"sh", "-c", text}); error != 0) {
+  if (const int error =
+          shell.run(child, "/bin/sh",
+                    {"sh", "-c", R"(exec "$1" get "$2")", "sh", command, movie_path});
+      error != 0) {
     throw system_error("start", "/bin/sh for the XMP tool", error);
   }
   running_tool = child;
@@ -178,18 +168,18 @@ class PosixPlatform : public Platform {
   }
 
   ToolRun run_xmp_tool(const std::string& command, const std::string& movie_path) override {
-    const std::string text =
-        "exec " + in_double_quotes(command) + " get " + in_double_quotes(movie_path);
+    check_path(command);
+    check_path(movie_path);
     auto [read_end, write_end] = make_pipe();
 #ifdef F_SETPIPE_SZ
     fcntl(read_end.get(), F_SETPIPE_SZ, 1 << 20);  // fewer turns; a refusal costs nothing else
 #endif
-    const pid_t child = start_tool(text, write_end.get());
+    const pid_t child = start_tool(command, movie_path, write_end.get());
     write_end.close();
     ToolRun run;
-    int read_error = 0;
+    int error = 0;
     try {
-      read_error = read_all(read_end.get(), run.output);
+      error = read_all(read_end.get(), run.output);
     } catch (...) {
       read_end.close();
       end_xmp_tool();
@@ -197,11 +187,11 @@ class PosixPlatform : public Platform {
       throw;
     }
     read_end.close();
-    if (read_error == EFBIG) end_xmp_tool();
-    if (const int error = wait_for_tool(child, run.wait_status); error != 0) {
-      throw system_error("learn the end of", "the XMP tool", error);
+    if (error == EFBIG) end_xmp_tool();
+    if (const int unknown = wait_for_tool(child, run.wait_status); unknown != 0) {
+      throw system_error("learn the end of", "the XMP tool", unknown);
     }
-    if (read_error != 0) throw system_error("read the output of", command, read_error);
+    if (error != 0) throw read_error("the output of " + command, error);
     return run;
   }
 
