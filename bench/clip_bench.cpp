@@ -197,7 +197,7 @@ void repairing(const std::string& folder, int pairs) {
 }  // namespace
 
 int main(int count, char** arguments) {
-  const int pairs = count > 1 ? std::max(1, std::atoi(arguments[1])) : 7;
+  const int pairs = count > 1 ? std::max(1, std::atoi(arguments[1])) : 7;  // NOLINT(cert-err34-c)
   std::string folder = (fs::temp_directory_path() / "murmurase-bench-XXXXXX").string();
   if (mkdtemp(folder.data()) == nullptr) return 1;
   markers(folder, pairs);

@@ -39,7 +39,7 @@ struct Position {
 
 std::array<int, 4> scan(const std::string& label) {
   std::array<int, 4> f{};
-  std::sscanf(label.c_str(), "%d:%d:%d;%d", f.data(), &f[1], &f[2], &f[3]);
+  std::sscanf(label.c_str(), "%d:%d:%d;%d", f.data(), &f[1], &f[2], &f[3]);  // NOLINT(cert-err34-c)
   return f;
 }
 

@@ -109,7 +109,7 @@ struct Measure {
 Measure measure(const std::string& command) {
   Measure result = {};
   std::FILE* output = popen(command.c_str(), "r");
-  const bool read =
+  const bool read =  // NOLINTNEXTLINE(cert-err34-c)
       output != nullptr && std::fscanf(output, "%lf %lf", &result.seconds, &result.kibibytes) == 2;
   if (output == nullptr || pclose(output) != 0 || !read) {
     throw std::runtime_error("this command failed: " + command);

@@ -11,8 +11,9 @@ target_include_directories(murmurase_interface INTERFACE
 target_link_libraries(murmurase_interface INTERFACE ${CMAKE_DL_LIBS})
 set_target_properties(murmurase_interface PROPERTIES EXPORT_NAME murmurase)
 set_target_properties(murmurase_algorithm PROPERTIES EXPORT_NAME algorithm)
+# No linker looks for the module, so it lies apart from the libraries.
 install(TARGETS murmurase_interface murmurase_algorithm EXPORT murmurase
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/murmurase)
 install(FILES ${PROJECT_SOURCE_DIR}/include/murmurase/murmurase.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/murmurase)
 

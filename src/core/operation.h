@@ -45,9 +45,9 @@ class OperationTable {
 namespace binder {
 
 template <typename T>
-constexpr bool is_optional = false;
+inline constexpr bool is_optional = false;
 template <typename T>
-constexpr bool is_optional<std::optional<T>> = true;
+inline constexpr bool is_optional<std::optional<T>> = true;
 
 template <typename Tuple, std::size_t... Index>
 void convert(std::string_view name, std::span<const Value> values, Tuple& arguments,
