@@ -97,9 +97,8 @@ pid_t start_tool(const std::string& command, const std::string& movie_path, int 
   Start shell;
   shell.output_to(output);
   pid_t child = 0;
-  if (const int error =
-          shell.run(child, "/bin/sh",
-                    {"sh", "-c", R"(exec "$1" get "$2")", "sh", command, movie_path});
+  if (const int error = shell.run(child, "/bin/sh",
+                                  {"sh", "-c", R"(exec "$1" get "$2")", "sh", command, movie_path});
       error != 0) {
     throw system_error("start", "/bin/sh for the XMP tool", error);
   }
