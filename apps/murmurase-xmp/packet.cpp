@@ -75,11 +75,12 @@ File open_file(const fs::path& path, std::uintmax_t& size) {
 }
 
 std::string read_bytes(const fs::path& path, std::FILE* file, Extent extent) {
-  if (extent.length > murmurase::most_bytes)
+  if (extent.length > murmurase::most_bytes) {
     fail(
         "cannot read the XMP packet of {}: it has {} bytes, more than 512 MiB; have it written "
         "again",
         quoted_name(path), extent.length);
+  }
   std::string bytes(extent.length, '\0');
   errno = EIO;  // What a file that has just become shorter comes to.
   if (fseeko(file, static_cast<off_t>(extent.offset), SEEK_SET) != 0 ||
