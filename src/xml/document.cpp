@@ -16,14 +16,14 @@ namespace {
 
 // What one parse keeps beside libxml2's own context, which points here with _private.
 struct ValueParse {
-  const void* main_context = nullptr;  // an entity's content is parsed in a context of its own
-  const xmlChar* space = nullptr;      // interned: names compare by address
-  std::vector<const xmlChar*> values;  // interned
-  std::size_t depth_in_value = 0;      // elements open from the outermost value element on
-  std::unordered_map<const xmlEntity*, std::string> entities;  // what they stand for
-  std::size_t entity_text_so_far = 0;                          // bytes
-  std::size_t parts = 0;                                       // and problems
-  const char* limit = nullptr;                                 // the first limit passed
+  Source& source;
+  const void* main_context = nullptr;    // an entity's content is parsed in a context of its own
+  const xmlChar* space = nullptr;        // interned: names compare by address
+  std::vector<const xmlChar*> values{};  // interned
+  std::size_t depth_in_value = 0;        // elements open from the outermost value element on
+  std::unordered_map<const xmlEntity*, std::string> entities{};  // what they stand for
+  std::size_t entity_text_so_far = 0;                            // bytes
+  std::size_t parts = 0;                                         // and problems
   bool memory_ran_out = false;
   bool malformed = false;
 };
@@ -38,9 +38,7 @@ ValueParse& state_of(void* context) {
 }
 
 void stop(void* context, const char* limit) {
-  ValueParse& state = state_of(context);
-  if (state.limit == nullptr) state.limit = limit;
-  xmlStopParser(static_cast<xmlParserCtxt*>(context));
+  end_early(state_of(context).source, *static_cast<xmlParserCtxt*>(context)->sax, limit);
 }
 
 bool is_text(const xmlNode* node) {
@@ -97,14 +95,10 @@ const std::string& entity_text(ValueParse& state, const xmlEntity* entity) {
   return text;
 }
 
-// An entity's content that was stopped at a limit leaves its outer contents running, to refer to it
-// again and again; they stop here.
+// An entity's content that came to a limit leaves its outer contents running, to refer to it again and
+// again; they find nothing any more.
 xmlEntity* get_entity(void* context, const xmlChar* name) {
-  if (const char* limit = state_of(context).limit; limit != nullptr) {
-    stop(context, limit);
-    return nullptr;
-  }
-  return xmlSAX2GetEntity(context, name);
+  return state_of(context).source.limit == nullptr ? xmlSAX2GetEntity(context, name) : nullptr;
 }
 
 // A reference in a value counts with its content; external entities have none, for they are not
@@ -208,7 +202,7 @@ XmlDocument parse_once(std::string_view bytes, std::span<const char* const> valu
   const ProblemChannel channel(note_limits, &beside);
   Source source{bytes};
   const Context context = open_parser(source, XML_PARSE_COMPACT);
-  ValueParse state;
+  ValueParse state{source};
   state.main_context = context.get();
   const auto interned = [&](const char* name) {
     const xmlChar* known = xmlDictLookup(context->dict, as_xml(name), -1);
@@ -235,7 +229,6 @@ XmlDocument parse_once(std::string_view bytes, std::span<const char* const> valu
   context->myDoc = nullptr;
   if (state.memory_ran_out || beside.memory_ran_out) throw std::bad_alloc();
   if (source.limit != nullptr) fail(source.limit);
-  if (state.limit != nullptr) fail(state.limit);
   if (!document || xmlDocGetRootElement(document.get()) == nullptr) fail("it holds no element");
   malformed = state.malformed;
   return document;

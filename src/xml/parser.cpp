@@ -98,6 +98,22 @@ Context open_parser(Source& source, int options) {
   return context;
 }
 
+void build_no_more(xmlSAXHandler& builder) {
+  builder.startElementNs = nullptr;
+  builder.endElementNs = nullptr;
+  builder.reference = nullptr;
+  builder.characters = nullptr;
+  builder.ignorableWhitespace = nullptr;
+  builder.cdataBlock = nullptr;
+  builder.comment = nullptr;
+  builder.processingInstruction = nullptr;
+}
+
+void end_early(Source& source, xmlSAXHandler& builder, const char* limit) {
+  if (source.limit == nullptr) source.limit = limit;
+  build_no_more(builder);
+}
+
 void Limits::note(const xmlError& problem) {
   if (passed != nullptr || memory_ran_out) return;
   passed = limit_of(problem);

@@ -34,6 +34,13 @@ struct Source {
 // The source must outlive the parser. Error: memory.
 Context open_parser(Source& source, int options);
 
+// Takes the handlers away that build a document.
+void build_no_more(xmlSAXHandler& builder);
+
+// Ends a parse at a limit, from within one of its handlers: what it has read already is gone over, but
+// nothing is built of it. xmlStopParser would free bytes that the parser goes on to look at.
+void end_early(Source& source, xmlSAXHandler& builder, const char* limit);
+
 // A lenient parser passes over what is malformed. But where it gave up on one of its limits against
 // hostile documents, the document would silently end there.
 struct Limits {

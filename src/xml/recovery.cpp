@@ -14,17 +14,22 @@ namespace {
 struct Problems {
   Recovery& recovery;
   const PartLimit& most;
-  xmlParserCtxt* parser = nullptr;
+  Source& source;
+  xmlSAXHandler* builder = nullptr;
   xmlSAXHandler* unwanted = nullptr;  // builds what is not wanted after a problem; or null
   Limits limits;
   std::size_t parts = 0;  // of the document, and problems
 };
 
-void count(void* context, int parts) {
-  auto* parser = static_cast<xmlParserCtxt*>(context);
-  auto& problems = *static_cast<Problems*>(parser->_private);
+void count(Problems& problems, int parts) {
   problems.parts += static_cast<std::size_t>(parts);
-  if (problems.parts > problems.most.parts) xmlStopParser(parser);
+  if (problems.parts > problems.most.parts) {
+    end_early(problems.source, *problems.builder, problems.most.passed);
+  }
+}
+
+void count(void* context, int parts) {
+  count(*static_cast<Problems*>(static_cast<xmlParserCtxt*>(context)->_private), parts);
 }
 
 void start_element(void* context, const xmlChar* local, const xmlChar* prefix, const xmlChar* uri,
@@ -65,17 +70,6 @@ void count_parts(xmlParserCtxt& context, Problems& problems) {
   builder.reference = reference;
 }
 
-void build_no_more(xmlSAXHandler& builder) {
-  builder.startElementNs = nullptr;
-  builder.endElementNs = nullptr;
-  builder.reference = nullptr;
-  builder.characters = nullptr;
-  builder.ignorableWhitespace = nullptr;
-  builder.cdataBlock = nullptr;
-  builder.comment = nullptr;
-  builder.processingInstruction = nullptr;
-}
-
 // The parser's words end in a line feed, and after one may quote the bytes.
 std::string in_one_line(const xmlError& problem) {
   std::string_view words = problem.message != nullptr ? problem.message : "unknown problem";
@@ -85,14 +79,13 @@ std::string in_one_line(const xmlError& problem) {
 }
 
 void note_problem(void* data, Problem* problem) noexcept {
-  auto& [recovery, most, parser, unwanted, limits, parts] = *static_cast<Problems*>(data);
+  auto& problems = *static_cast<Problems*>(data);
+  auto& [recovery, most, source, builder, unwanted, limits, parts] = problems;
   if (unwanted != nullptr) build_no_more(*unwanted);
   try {
     limits.note(*problem);
-    if (++parts > most.parts) {
-      xmlStopParser(parser);
-      return;
-    }
+    count(problems, 1);
+    if (source.limit != nullptr) return;
     std::vector<int>& lines = recovery.problem_lines;
     if (lines.empty()) recovery.first_problem = in_one_line(*problem);
     if (lines.empty() || lines.back() != problem->line) lines.push_back(problem->line);
@@ -105,12 +98,12 @@ void note_problem(void* data, Problem* problem) noexcept {
 
 Recovery recover(std::string_view bytes, const PartLimit& most, Blanks blanks, Wanted wanted) {
   Recovery recovery;
-  Problems problems{recovery, most, nullptr, nullptr, {}, 0};
+  Source source{bytes};
+  Problems problems{recovery, most, source, nullptr, nullptr, {}, 0};
   const ProblemChannel channel(note_problem, &problems);
   const int options = blanks == Blanks::drop ? XML_PARSE_NOBLANKS : 0;
-  Source source{bytes};
   const Context context = open_parser(source, options | XML_PARSE_COMPACT);
-  problems.parser = context.get();
+  problems.builder = context->sax;
   count_parts(*context, problems);
   if (wanted == Wanted::never) build_no_more(*context->sax);
   if (wanted == Wanted::only_without_problems) problems.unwanted = context->sax;
@@ -118,9 +111,7 @@ Recovery recover(std::string_view bytes, const PartLimit& most, Blanks blanks, W
   recovery.document = own(context->myDoc);
   context->myDoc = nullptr;
   if (problems.limits.memory_ran_out) throw std::bad_alloc();
-  recovery.limit = source.limit != nullptr       ? source.limit
-                   : problems.parts > most.parts ? most.passed
-                                                 : problems.limits.passed;
+  recovery.limit = source.limit != nullptr ? source.limit : problems.limits.passed;
   recovery.well_formed = recovery.document && context->wellFormed == 1;
   return recovery;
 }
