@@ -14,7 +14,8 @@ namespace host {
 namespace {
 
 std::array<std::atomic<pid_t>, 1024> processes{};  // as many as there can be jobs; 0 is none
-std::vector<std::string> leftovers;
+// Never destroyed, for a signal may come while the process is exiting.
+std::vector<std::string>& leftovers = *new std::vector<std::string>;
 
 void replace_process(pid_t old, pid_t with) {
   for (auto& process : processes) {

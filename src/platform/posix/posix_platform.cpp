@@ -9,8 +9,10 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
+#include <new>
 #include <utility>
 
 #include "core/error.h"
@@ -219,7 +221,9 @@ class PosixPlatform : public Platform {
 }  // namespace
 
 Platform& system_platform() {
-  static PosixPlatform platform;
+  // Never destroyed: a host's signal handler may end the tool while the process is exiting.
+  alignas(PosixPlatform) static std::byte place[sizeof(PosixPlatform)];
+  static Platform& platform = *new (place) PosixPlatform;
   return platform;
 }
 
