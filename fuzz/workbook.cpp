@@ -1,0 +1,40 @@
+// Cells to a workbook, read back by a strict reader.
+#include "platform/workbook/workbook.h"
+
+#include <map>
+
+#include "check.h"
+#include "strict_workbook.h"
+
+using namespace murmurase;
+using namespace murmurase::fuzz;
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Input input{text_of(data, size)};
+  workbook::Workbook book;
+  book.add_worksheet();
+  const workbook::Format bold = book.add_format({.bold = true});
+  std::map<CellPlace, StrictCell> expected;
+  while (!input.rest.empty()) {
+    const auto choice = input.take<std::uint8_t>();
+    const std::size_t row =
+        choice & 1 ? input.take<std::uint8_t>() : input.take<std::uint32_t>() & 0x1FFFF;
+    const std::size_t column = choice & 2 ? choice >> 4 : input.take<std::uint16_t>() & 0x1FF;
+    if ((choice & 12) == 12) {
+      accepted(
+          [&] { book.set_column(column, column + choice % 3, input.take<std::int16_t>() / 64.0); });
+      continue;
+    }
+    const std::string_view piece = input.take_text(input.take<std::uint8_t>());
+    std::string text(piece);
+    // Long texts go over the ends of records.
+    for (int times = choice & 8 ? input.take<std::uint8_t>() : 1; times > 1; --times) text += piece;
+    const bool taken = accepted(
+        [&] { book.write(row, column, text, choice & 4 ? bold : workbook::Format::normal); });
+    check(taken == (row < 65536 && column < 256 && fits_a_cell(text)),
+          "a cell is taken if it fits");
+    if (taken) expected[{row, column}] = {text, (choice & 4) != 0};
+  }
+  check(read_strictly(book.close()) == expected, "every text is read back");
+  return 0;
+}
