@@ -1,4 +1,4 @@
-// A packet to phrases to a text. The first byte is the word grouping.
+// A packet to phrases to a text. The last byte is the word grouping too.
 #include "check.h"
 #include "export/text_transcript.h"
 #include "model/speaker_list.h"
@@ -29,8 +29,8 @@ std::string words_of(Controller& controller, std::int64_t grouping) {
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   test::Desk desk;
-  desk.platform.tool_output = text_of(data + 1, size - 1);
-  const std::int64_t grouping = 1 + data[0] % 100;
+  desk.platform.tool_output = text_of(data, size);
+  const std::int64_t grouping = 1 + data[size - 1] % 100;
   const bool written = accepted([&] {
     parse_xmp_from_mov(desk.controller, "movie.mov");
     build_speakers_array(desk.controller);

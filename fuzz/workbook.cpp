@@ -9,6 +9,14 @@
 using namespace murmurase;
 using namespace murmurase::fuzz;
 
+// Characters of one to four bytes; bytes alone are seldom UTF-8.
+static std::string letters(std::string_view bytes) {
+  constexpr std::string_view alphabet[] = {"a", "é", "Ж", "漢", "😀"};
+  std::string text;
+  for (const char byte : bytes) text += alphabet[static_cast<unsigned char>(byte) % 5];
+  return text;
+}
+
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input{text_of(data, size)};
   workbook::Workbook book;
@@ -19,13 +27,14 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto choice = input.take<std::uint8_t>();
     const std::size_t row =
         choice & 1 ? input.take<std::uint8_t>() : input.take<std::uint32_t>() & 0x1FFFF;
-    const std::size_t column = choice & 2 ? choice >> 4 : input.take<std::uint16_t>() & 0x1FF;
+    const std::size_t column = choice & 2 ? choice >> 5 : input.take<std::uint16_t>() & 0x1FF;
     if ((choice & 12) == 12) {
       accepted(
           [&] { book.set_column(column, column + choice % 3, input.take<std::int16_t>() / 64.0); });
       continue;
     }
-    const std::string_view piece = input.take_text(input.take<std::uint8_t>());
+    const std::string_view bytes = input.take_text(input.take<std::uint8_t>());
+    const std::string piece = choice & 16 ? letters(bytes) : std::string(bytes);
     std::string text(piece);
     // Long texts go over the ends of records.
     for (int times = choice & 8 ? input.take<std::uint8_t>() : 1; times > 1; --times) text += piece;
