@@ -21,9 +21,9 @@ static int markers_in(const XmlDocument& document) {
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   test::Desk desk;
-  desk.platform.tool_output = test::packet(test::speech({{"Hello,", "0", "400", "A & B"},
-                                                         {"you", "400", "200", "A & B"},
-                                                         {"<there>", "900", "100", "Zoë"}}));
+  desk.platform.tool_output = test::packet(test::speech({{"Hello,", "0", "400", "A &amp; B"},
+                                                         {"you", "400", "200", "A &amp; B"},
+                                                         {"&lt;there&gt;", "900", "100", "Zoë"}}));
   parse_xmp_from_mov(desk.controller, "movie.mov");
   build_speakers_array(desk.controller);
   desk.process.temp_xml_file = "out.xml";
