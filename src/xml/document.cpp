@@ -119,6 +119,7 @@ void reference(void* context, const xmlChar* name) {
 }
 
 void note_problem(void* context, Problem* problem) {
+  if (state_of(context).source.limit != nullptr) return;  // what follows from the limit
   Limits limits;
   limits.note(*problem);
   state_of(context).malformed = true;
