@@ -270,7 +270,8 @@ int main(int count, char** arguments) {
       return report("cannot write standard output", failed);
     return status;
   } catch (const std::bad_alloc&) {
-    return report("not enough memory; close other programs", failed);
+    std::fputs("murmurase: out of memory; close other programs\n", stderr);
+    return failed;
   } catch (const std::exception& error) {
     return report(error.what(), failed);
   }

@@ -8,7 +8,8 @@
 namespace murmurase {
 
 // The text on one line of UTF-8: control characters, line separators and bytes that are no UTF-8 as
-// backslash escapes, byte by byte, all else unchanged. For strangers' names and texts in messages and on terminals.
+// backslash escapes, byte by byte, all else unchanged. For strangers' names and texts in messages and on
+// terminals.
 inline std::string printable(std::string_view text) {
   constexpr std::string_view hexadecimal = "0123456789ABCDEF";
   std::string result;

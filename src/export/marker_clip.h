@@ -21,8 +21,7 @@ namespace murmurase {
 // value without clip_xml, for a clip without xmeml, clip, updatebehavior or rate/timebase, and for
 // a phrase whose speaker is not listed; xml for a name or words that XML cannot hold, and for a
 // clip that cannot be written as XML; range for a start frame that 64 bits cannot count, and for more
-// than a million phrases; name
-// without TEMP_XML_FILE; system when it cannot be written.
+// than a million phrases; name without TEMP_XML_FILE; system when it cannot be written.
 bool create_clip_with_markers(Controller& controller);
 
 }  // namespace murmurase

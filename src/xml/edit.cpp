@@ -6,6 +6,7 @@
 #include <new>
 
 #include "core/error.h"
+#include "core/printable.h"
 #include "core/utf8.h"
 #include "xml/parser.h"
 #include "xml/recovery.h"
@@ -149,10 +150,18 @@ std::string serialize(const XmlDocument& document, std::string_view what) {
   if (output.memory_ran_out) throw std::bad_alloc();
   if (!output.problem.empty()) fail(output.problem);
   if (!saved || !closed) fail("the writer failed");
-  // Recovery may build what no XML can say, such as a comment with two hyphens in it.
-  if ((document->properties & XML_DOC_WELLFORMED) == 0) {
+  // Recovery may build what no XML can say, such as a comment with two hyphens in it. Some encodings,
+  // such as UTF-7, write markup in ways in which no reader finds it.
+  const bool recovered = (document->properties & XML_DOC_WELLFORMED) == 0;
+  const bool in_utf8 =
+      document->encoding == nullptr || xmlStrcasecmp(document->encoding, as_xml("UTF-8")) == 0;
+  if (recovered || !in_utf8) {
     const Recovery reread = recover(output.bytes, clip_limit, Blanks::keep, Wanted::never);
-    if (!reread.well_formed) fail(reread.first_problem);
+    if (!reread.well_formed && recovered) fail(reread.first_problem);
+    if (!reread.well_formed) {
+      fail(fmt::format("{}; save the clip in UTF-8, not {}", reread.first_problem,
+                       printable(as_char(document->encoding))));
+    }
   }
   return std::move(output.bytes);
 }

@@ -16,7 +16,6 @@
 #include <random>
 
 #include "core/error.h"
-#include "platform/platform.h"
 #include "platform/posix/held_signals.h"
 
 namespace murmurase {

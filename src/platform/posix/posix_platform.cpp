@@ -9,10 +9,8 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
-#include <new>
 #include <utility>
 
 #include "core/error.h"
@@ -218,13 +216,16 @@ class PosixPlatform : public Platform {
   }
 };
 
+// There before anything runs and never destroyed: a host's signal handler may end the tool at any time.
+union Forever {  // NOLINT(cppcoreguidelines-special-member-functions): nobody copies it
+  constexpr Forever() : platform() {}
+  ~Forever() {}  // NOLINT(modernize-use-equals-default): a default would be deleted
+  PosixPlatform platform;
+};
+constinit Forever forever;
+
 }  // namespace
 
-Platform& system_platform() {
-  // Never destroyed: a host's signal handler may end the tool while the process is exiting.
-  alignas(PosixPlatform) static std::byte place[sizeof(PosixPlatform)];
-  static Platform& platform = *new (place) PosixPlatform;
-  return platform;
-}
+Platform& system_platform() { return forever.platform; }
 
 }  // namespace murmurase
