@@ -1,7 +1,3 @@
-#include <exempi/xmp.h>
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
@@ -19,6 +15,7 @@
 
 #include "failure.h"
 #include "inspect.h"
+#include "library.h"
 #include "movie.h"
 #include "normal_packet.h"
 #include "packet.h"
@@ -40,40 +37,6 @@ constexpr const char* kExamples =
     "  murmurase-xmp get -- -take2.mov          a name that begins with a dash\n"
     "\n"
     "Exit status: 0 success, 1 failure, 2 wrong usage.";
-
-/// Keeps standard error from being written to.
-class NoErrors {
- public:
-  NoErrors() {
-    const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (null >= 0 && stderr_ >= 0) dup2(null, STDERR_FILENO);
-    if (null >= 0) close(null);
-  }
-  ~NoErrors() {
-    if (stderr_ < 0) return;
-    dup2(stderr_, STDERR_FILENO);
-    close(stderr_);
-  }
-  NoErrors(const NoErrors&) = delete;
-  NoErrors& operator=(const NoErrors&) = delete;
-
- private:
-  int stderr_ = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
-};
-
-/// libexempi, and no word of its own on standard error while it lives: a failure is one line.
-class Library {
- public:
-  Library() {
-    if (!xmp_init()) fail("libexempi cannot start; reinstall it, or close other programs");
-  }
-  ~Library() { xmp_terminate(); }
-  Library(const Library&) = delete;
-  Library& operator=(const Library&) = delete;
-
- private:
-  NoErrors quiet_;  // to the end, also of a start that fails
-};
 
 void print(std::string_view text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0)

@@ -19,6 +19,7 @@
 
 #include "boxes.h"
 #include "failure.h"
+#include "library.h"
 #include "platform/byte_buffer.h"
 
 namespace fs = std::filesystem;
@@ -128,6 +129,8 @@ const char* reason(int error) {
 std::string extract_packet(const fs::path& movie) {
   // The XMP alone: reconciling it with the movie's own headers would replace its duration's scale.
   constexpr auto kOptions = static_cast<XmpOpenFileOptions>(XMP_OPEN_READ | XMP_OPEN_ONLYXMP);
+  const Bounds bounds("murmurase-xmp: cannot read " + quoted_name(movie) +
+                      ": libexempi was still searching it after a minute; check that it plays\n");
   const XmpFile file(xmp_files_open_new(movie.c_str(), kOptions));
   if (!file)
     fail("cannot read {}: libexempi cannot open it (error {}); check that it plays",
