@@ -24,7 +24,7 @@ namespace {
 constexpr unsigned full_sheet = 65535;  // below the header
 using Row = std::array<std::string, 5>;
 
-/// HH:MM:SS:FF of a frame at 25 frames a second.
+// HH:MM:SS:FF of a frame at 25 frames a second.
 std::string timecode(unsigned frame) {
   char text[48];
   std::snprintf(text, sizeof text, "%02u:%02u:%02u:%02u", frame / 90000, frame / 1500 % 60,
@@ -32,8 +32,8 @@ std::string timecode(unsigned frame) {
   return text;
 }
 
-/// Two times, one of six speakers, a phrase of 60 characters and the path of the movie: three of
-/// the five texts appear nowhere else.
+// Two times, one of six speakers, a phrase of 60 characters and the path of the movie: three of
+// the five texts appear nowhere else.
 Row make_row(unsigned number) {
   char phrase[96];
   std::snprintf(phrase, sizeof phrase,

@@ -11,14 +11,14 @@
 
 namespace {
 
-constexpr std::string_view kXmpUuid =
+constexpr std::string_view xmp_uuid =
     "\xBE\x7A\xCF\xCB\x97\xA9\x42\xE8\x9C\x71\x99\x94\x91\xE3\xAF\xAC";
 
 struct Box {
-  std::array<char, 32> head{};  ///< Size, type, perhaps a long size, perhaps a UUID.
+  std::array<char, 32> head{};  // Size, type, perhaps a long size, perhaps a UUID.
   bool long_size = false;
   Extent content;
-  std::uint64_t missing = 0;  ///< How many bytes of it lie beyond the end of what holds it.
+  std::uint64_t missing = 0;  // How many bytes of it lie beyond the end of what holds it.
 
   std::string_view type() const { return {head.data() + 4, 4}; }
   std::string_view uuid() const { return {head.data() + (long_size ? 16 : 8), 16}; }
@@ -30,8 +30,8 @@ std::uint64_t big_endian(std::string_view bytes) {
   return value;
 }
 
-/// The boxes that lie one after the other in `parent`. A size of 0 means the rest of it, as does a
-/// box that is too long, which is then the last.
+// The boxes that lie one after the other in `parent`. A size of 0 means the rest of it, as does a
+// box that is too long, which is then the last.
 std::vector<Box> boxes_in(std::FILE* file, Extent parent) {
   std::vector<Box> boxes;
   while (parent.length >= 8) {
@@ -58,7 +58,7 @@ std::vector<Box> boxes_in(std::FILE* file, Extent parent) {
   return boxes;
 }
 
-/// The boxes of that type which lie in any of `parents`.
+// The boxes of that type which lie in any of `parents`.
 std::vector<Extent> boxes_of(std::FILE* file, const std::vector<Extent>& parents,
                              std::string_view type) {
   std::vector<Extent> found;
@@ -70,20 +70,20 @@ std::vector<Extent> boxes_of(std::FILE* file, const std::vector<Extent>& parents
   return found;
 }
 
-/// libexempi descends into these by recursion, as deep as they go.
+// libexempi descends into these by recursion, as deep as they go.
 void refuse_deep_boxes(const std::filesystem::path& movie, std::FILE* file, Extent moov) {
-  constexpr std::array<std::string_view, 10> kContainers{"moov", "trak", "edts", "mdia", "minf",
-                                                         "dinf", "stbl", "udta", "meta", "ilst"};
-  constexpr int kMostLevels = 32;
+  constexpr std::array<std::string_view, 10> containers{"moov", "trak", "edts", "mdia", "minf",
+                                                        "dinf", "stbl", "udta", "meta", "ilst"};
+  constexpr int most_levels = 32;
   std::vector<Extent> level{moov};
   for (int depth = 0; !level.empty(); ++depth) {
-    if (depth == kMostLevels)
+    if (depth == most_levels)
       fail("cannot read {}: its boxes are nested deeper than {} levels; {}",
-           in_quotes(movie.native()), kMostLevels, kCopyAgain);
+           in_quotes(movie.native()), most_levels, copy_again);
     std::vector<Extent> next;
     for (const Extent parent : level) {
       for (const Box& box : boxes_in(file, parent)) {
-        if (std::ranges::find(kContainers, box.type()) != kContainers.end())
+        if (std::ranges::find(containers, box.type()) != containers.end())
           next.push_back(box.content);
       }
     }
@@ -100,8 +100,8 @@ std::optional<Extent> find_packet_box(const std::filesystem::path& movie, std::F
   for (const Box& box : boxes_in(file, {0, size})) {
     if (box.missing > 0)
       fail("cannot read {}: it is truncated, {} bytes short within its {} box; {}",
-           in_quotes(movie.native()), box.missing, in_quotes(box.type()), kCopyAgain);
-    if (box.type() == "uuid" && box.content.length > 16 && box.uuid() == kXmpUuid)
+           in_quotes(movie.native()), box.missing, in_quotes(box.type()), copy_again);
+    if (box.type() == "uuid" && box.content.length > 16 && box.uuid() == xmp_uuid)
       packets.push_back({box.content.offset + 16, box.content.length - 16});
     if (box.type() != "moov") continue;
     has_moov = true;
@@ -115,7 +115,7 @@ std::optional<Extent> find_packet_box(const std::filesystem::path& movie, std::F
   }
   if (!has_moov)
     fail("cannot read {}: it is truncated or was never finished, it has no moov box; {}",
-         in_quotes(movie.native()), kCopyAgain);
+         in_quotes(movie.native()), copy_again);
   if (packets.size() != 1) return std::nullopt;
   return packets.front();
 }

@@ -7,8 +7,8 @@
 
 namespace {
 
-/// The length of the character at the start of `text` (which is not empty) if it can be shown as it
-/// is, else 0.
+// The length of the character at the start of `text` (which is not empty) if it can be shown as it
+// is, else 0.
 std::size_t showable_length(std::string_view text) {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   const std::size_t length = murmurase::utf8_character(text);

@@ -17,7 +17,7 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-constexpr std::size_t kExcerptWords = 8;
+constexpr std::size_t excerpt_words = 8;
 
 double seconds(const Count& count) {
   const auto units = to_rational(count.units);  // Never nothing: 18 decimals at the most.
@@ -81,7 +81,7 @@ json speakers_of(const Movie& movie) {
     const auto [place, added] = places.try_emplace(word.speaker, speakers.size());
     if (added) speakers.push_back({word.speaker, 0, {}});
     Speaker& speaker = speakers[place->second];
-    if (speaker.words++ < kExcerptWords)
+    if (speaker.words++ < excerpt_words)
       speaker.excerpt += (speaker.excerpt.empty() ? "" : " ") + word.name;
   }
   json list = json::array();
@@ -90,8 +90,8 @@ json speakers_of(const Movie& movie) {
   return list;
 }
 
-/// The words that the recognition was less than half sure of. Probabilities are percent, or parts of
-/// 1 where none is above it.
+// The words that the recognition was less than half sure of. Probabilities are percent, or parts of
+// 1 where none is above it.
 json doubtful_words(const Movie& movie) {
   std::vector<std::pair<const Word*, double>> known;
   double most = 0;
@@ -113,7 +113,7 @@ json doubtful_words(const Movie& movie) {
   return list;
 }
 
-/// Counts what is doubtful, and remembers the first word it was seen at.
+// Counts what is doubtful, and remembers the first word it was seen at.
 struct Doubt {
   const char* what;
   std::size_t count = 0;

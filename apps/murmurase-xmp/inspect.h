@@ -5,6 +5,6 @@
 #include "movie.h"
 #include "packet.h"
 
-/// What was found in `packet`, which `movie` was read from, and what `get` makes of it: as JSON, or
-/// as lines to be read. `path` names what was asked for. Throws Failure where `get` would.
+// What was found in `packet`, which `movie` was read from, and what `get` makes of it: as JSON, or
+// as lines to be read. `path` names what was asked for. Throws Failure where `get` would.
 std::string inspect(const std::string& path, const Packet& packet, Movie& movie, bool as_json);

@@ -12,11 +12,11 @@
 
 namespace {
 
-constexpr rlim_t kMostMemory = rlim_t{512} << 20;  // bytes
-constexpr rlim_t kMostTime = 60;                   // seconds
+constexpr rlim_t most_memory = rlim_t{512} << 20;  // bytes
+constexpr rlim_t most_time = 60;                   // seconds
 
 int standard_error = -1;  // a copy, while libexempi must not write there
-std::string last_words;   // NOLINT(cert-err58-cpp): an empty text throws nothing
+std::string last_words;
 
 void hush() {
   standard_error = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
@@ -37,7 +37,7 @@ void give_up(int /*signal*/) {
   _exit(1);
 }
 
-/// Lowers a limit, and gives what it was.
+// Lowers a limit, and gives what it was.
 rlimit lower(int resource, rlim_t most) {
   rlimit before{};
   getrlimit(resource, &before);
@@ -73,9 +73,9 @@ Bounds::Bounds(std::string failure) {
 #ifdef __SANITIZE_ADDRESS__  // It keeps terabytes for itself.
   memory_ = lower(RLIMIT_DATA, RLIM_INFINITY);
 #else
-  memory_ = lower(RLIMIT_DATA, kMostMemory);
+  memory_ = lower(RLIMIT_DATA, most_memory);
 #endif
-  time_ = lower(RLIMIT_CPU, seconds_so_far() + kMostTime);
+  time_ = lower(RLIMIT_CPU, seconds_so_far() + most_time);
 }
 
 Bounds::~Bounds() {

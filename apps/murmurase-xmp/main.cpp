@@ -23,12 +23,12 @@
 
 namespace {
 
-enum ExitStatus { kSuccess = 0, kFailure = 1, kWrongUsage = 2 };
+enum ExitStatus { success = 0, failure = 1, wrong_usage = 2 };
 
-constexpr const char* kDescription =
+constexpr const char* description =
     "Prints the XMP packet of a movie in the form that murmurase reads.\n"
     "A movie without one is served from its sidecar: clip.xmp or clip.mov.xmp beside clip.mov.";
-constexpr const char* kExamples =
+constexpr const char* examples =
     "Examples:\n"
     "  murmurase-xmp get interview.mov          the movie's own properties, normalised\n"
     "  murmurase-xmp get --raw interview.mov    the packet byte for byte as it is embedded\n"
@@ -82,8 +82,8 @@ void inspect(const std::string& path, bool as_json) {
   print(text);
 }
 
-/// The arguments in the order that CLI11 wants, last first. A movie whose name begins with a dash
-/// gets the "--" that it needs: callers hand over any name as the last argument.
+// The arguments in the order that CLI11 wants, last first. A movie whose name begins with a dash
+// gets the "--" that it needs: callers hand over any name as the last argument.
 std::vector<std::string> arguments_of(int argc, char** argv, const CLI::App& app) {
   std::vector<std::string> arguments(argv + 1, argv + argc);
   std::error_code error;
@@ -103,13 +103,13 @@ int run(int argc, char** argv) {
   std::string movie;
   bool raw = false;
   bool as_json = false;
-  CLI::App app(kDescription, "murmurase-xmp");
-  app.footer(kExamples);
+  CLI::App app(description, "murmurase-xmp");
+  app.footer(examples);
   app.set_version_flag("--version", "murmurase-xmp " MURMURASE_VERSION);
   app.require_subcommand(1);
-  const auto add = [&](const char* name, const char* description) {
-    CLI::App* const command = app.add_subcommand(name, description);
-    command->footer(kExamples);
+  const auto add = [&](const char* name, const char* purpose) {
+    CLI::App* const command = app.add_subcommand(name, purpose);
+    command->footer(examples);
     command->add_option("movie", movie, "A movie, or an .xmp file")->required()->type_name("MOVIE");
     return command;
   };
@@ -123,22 +123,22 @@ int run(int argc, char** argv) {
     app.parse(arguments_of(argc, argv, app));
   } catch (const CLI::CallForHelp&) {
     print(app.help());
-    return kSuccess;
+    return success;
   } catch (const CLI::CallForVersion& version) {
     print(std::string(version.what()) + '\n');
-    return kSuccess;
+    return success;
   } catch (const CLI::ParseError& error) {
     const std::vector<std::string> unexpected = app.remaining(true);
     const std::string what = unexpected.empty() ? escaped(error.what())
                                                 : "unexpected argument " + in_quotes(unexpected[0]);
     report(what + "; see murmurase-xmp --help");
-    return kWrongUsage;
+    return wrong_usage;
   }
   if (*inspect_command)
     inspect(movie, as_json);
   else
     get(movie, raw);
-  return kSuccess;
+  return success;
 }
 
 }  // namespace
@@ -153,5 +153,5 @@ int main(int argc, char** argv) {
   } catch (const std::exception& error) {
     report(error.what());
   }
-  return kFailure;
+  return failure;
 }

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 #include <utility>
@@ -17,7 +18,7 @@ namespace {
 
 using rdf::Property;
 
-/// Bytes that are no UTF-8 as the characters of ISO 8859-1 that their writer meant.
+// Bytes that are no UTF-8 as the characters of ISO 8859-1 that their writer meant.
 std::string as_utf8(std::string_view bytes) {
   std::string text;
   text.reserve(bytes.size() + bytes.size() / 8);
@@ -69,11 +70,11 @@ murmurase::xml::Recovery parse(const Packet& packet, Movie& movie) {
   return parsed;
 }
 
-/// Calls `each` with the name of every field of the schema and the field.
+// Calls `each` with the name of every field of the schema and the field.
 template <typename Each>
 void for_each_media_field(Property property, const Each& each) {
   rdf::for_each_field(property, [&](Property field) {
-    if (field.space() == kDynamicMedia) each(field.name(), field);
+    if (field.space() == dynamic_media) each(field.name(), field);
   });
 }
 
@@ -87,7 +88,7 @@ Timecode read_timecode(Property property) {
   return timecode;
 }
 
-/// What is gathered on the way, in whatever order the document has it.
+// What is gathered on the way, in whatever order the document has it.
 struct Gathered {
   Timecode start_timecode;
   Timecode alternative_timecode;
@@ -100,13 +101,12 @@ struct Gathered {
 
 void keep(Property property, Movie& movie) {
   // The readers would take these for parts of the transcription, wherever they stand.
-  constexpr std::array<std::string_view, 9> kTaken{"name",      "speaker",   "timeValue",
-                                                   "trackType", "scale",     "duration",
-                                                   "startTime", "frameRate", "markers"};
-  const bool media = property.space() == kDynamicMedia;
+  constexpr std::array<std::string_view, 9> taken{"name",      "speaker",   "timeValue",
+                                                  "trackType", "scale",     "duration",
+                                                  "startTime", "frameRate", "markers"};
+  const bool media = property.space() == dynamic_media;
   if (!rdf::is_simple(property)) return;
-  for (const std::string_view taken : kTaken)
-    if (media && property.name() == taken) return;
+  if (media && std::ranges::find(taken, property.name()) != taken.end()) return;
   const xmlNs* const space = property.node->ns;
   const auto* const prefix = reinterpret_cast<const char*>(space->prefix);
   movie.others.push_back({prefix == nullptr ? "ns" : prefix, std::string(property.space()),
@@ -116,7 +116,7 @@ void keep(Property property, Movie& movie) {
 void gather(Property property, Movie& movie, Gathered& gathered) {
   (property.is_attribute() ? movie.has_attributes : movie.has_elements) = true;
   if (property.node->ns == nullptr) return;
-  const std::string_view name = property.space() == kDynamicMedia ? property.name() : "";
+  const std::string_view name = property.space() == dynamic_media ? property.name() : "";
   const auto take_first = [&](std::string& text) {
     if (text.empty()) text = rdf::text(property);
     keep(property, movie);

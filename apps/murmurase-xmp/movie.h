@@ -9,47 +9,47 @@
 #include "packet.h"
 #include "rational.h"
 
-/// What a packet says of its own movie (XMP Dynamic Media, ISO 16684-1 and its schemas), whichever
-/// form it is written in. What it says of other clips (xmpMM:Pantry, xmpMM:Ingredients) is not here.
+// What a packet says of its own movie (XMP Dynamic Media, ISO 16684-1 and its schemas), whichever
+// form it is written in. What it says of other clips (xmpMM:Pantry, xmpMM:Ingredients) is not here.
 
-/// A timecode structure, as it is written.
+// A timecode structure, as it is written.
 struct Timecode {
-  std::string property;  ///< Where it was found, such as "startTimecode".
-  std::string format;    ///< Such as "2997DropTimecode"; empty if it does not say.
-  std::string value;     ///< Such as "01:00:00;00".
+  std::string property;  // Where it was found, such as "startTimecode".
+  std::string format;    // Such as "2997DropTimecode"; empty if it does not say.
+  std::string value;     // Such as "01:00:00;00".
 };
 
-/// What the packet says of the rate of the movie's frames.
+// What the packet says of the rate of the movie's frames.
 struct RateEvidence {
   std::string property;
   std::string text;
-  std::optional<Rational> rate;  ///< Frames per second; nothing if the text gives no rate.
+  std::optional<Rational> rate;  // Frames per second; nothing if the text gives no rate.
 };
 
-/// A count of units of time.
+// A count of units of time.
 struct Count {
   Decimal units;
-  Rational base;  ///< Units per second.
+  Rational base;  // Units per second.
 };
 
-/// A spoken word.
+// A spoken word.
 struct Word {
   std::string name;
   Count start;
-  std::optional<Count> duration;  ///< Nothing for "maximum": until the end of the movie.
+  std::optional<Count> duration;  // Nothing for "maximum": until the end of the movie.
   std::string speaker;
-  std::string probability;  ///< As it is written; empty if it is not given.
+  std::string probability;  // As it is written; empty if it is not given.
 };
 
 struct Track {
   std::string name;
   std::string type;
-  std::string time_base;  ///< As it is written; empty if it is not given: 1 unit per second.
+  std::string time_base;  // As it is written; empty if it is not given: 1 unit per second.
   std::size_t markers = 0;
   std::size_t words = 0;
 };
 
-/// A property that is passed on as it is.
+// A property that is passed on as it is.
 struct OtherProperty {
   std::string prefix;
   std::string space;
@@ -60,21 +60,21 @@ struct OtherProperty {
 struct Movie {
   std::string duration_value;
   std::string duration_scale;
-  std::vector<RateEvidence> evidence;  ///< The strongest first.
-  std::vector<Timecode> timecodes;     ///< The one that counts first.
+  std::vector<RateEvidence> evidence;  // The strongest first.
+  std::vector<Timecode> timecodes;     // The one that counts first.
   std::vector<Track> tracks;
-  std::vector<Word> words;  ///< Of all Speech markers, in the order of the document.
+  std::vector<Word> words;  // Of all Speech markers, in the order of the document.
   std::vector<OtherProperty> others;
-  bool has_attributes = false;  ///< Which forms its properties are written in.
+  bool has_attributes = false;  // Which forms its properties are written in.
   bool has_elements = false;
   bool damaged = false;
-  std::vector<std::string> warnings;  ///< What was recovered or had to be assumed.
+  std::vector<std::string> warnings;  // What was recovered or had to be assumed.
 };
 
-/// Reads `packet`. `timecode_track` is asked for the timecode that the movie keeps outside of it
-/// when the packet has none. Throws Failure, saying what and where, if it cannot be understood.
+// Reads `packet`. `timecode_track` is asked for the timecode that the movie keeps outside of it
+// when the packet has none. Throws Failure, saying what and where, if it cannot be understood.
 Movie read_movie(const Packet& packet,
                  const std::function<std::optional<Timecode>()>& timecode_track);
 
-/// The whole movie's duration in seconds; nothing if the packet does not give it.
+// The whole movie's duration in seconds; nothing if the packet does not give it.
 std::optional<Rational> duration_of(const Movie& movie);

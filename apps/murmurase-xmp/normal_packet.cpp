@@ -12,26 +12,26 @@
 
 namespace {
 
-constexpr std::int64_t kLargestBase = 1'000'000'000'000;
-constexpr std::int64_t kFineBase = 254'016'000'000;
+constexpr std::int64_t largest_base = 1'000'000'000'000;
+constexpr std::int64_t fine_base = 254'016'000'000;
 
-constexpr std::string_view kHead =
+constexpr std::string_view head =
     "<?xpacket begin=\"\xEF\xBB\xBF\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?>\n"
     "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\">\n"
     " <rdf:RDF xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\">\n"
     "  <rdf:Description rdf:about=\"\""
     " xmlns:xmpDM=\"http://ns.adobe.com/xmp/1.0/DynamicMedia/\">\n";
-constexpr std::string_view kTail =
+constexpr std::string_view tail =
     "  </rdf:Description>\n"
     " </rdf:RDF>\n"
     "</x:xmpmeta>\n"
     "<?xpacket end=\"r\"?>\n";
 
-/// Also fit for an attribute, and kept on one line.
+// Also fit for an attribute, and kept on one line.
 void append_escaped(std::string& out, std::string_view text) {
-  constexpr std::string_view kSpecial = "&<>\"\r\n\t";
+  constexpr std::string_view special = "&<>\"\r\n\t";
   while (true) {
-    const std::size_t at = std::min(text.find_first_of(kSpecial), text.size());
+    const std::size_t at = std::min(text.find_first_of(special), text.size());
     out += text.substr(0, at);
     if (at == text.size()) return;
     switch (const char c = text[at]) {
@@ -57,7 +57,7 @@ void append_field(std::string& out, std::string_view name, std::string_view text
   out.append("</xmpDM:").append(name).append(">");
 }
 
-/// The units per second in which all `words` are to be counted.
+// The units per second in which all `words` are to be counted.
 std::int64_t common_base(const Movie& movie) {
   std::int64_t base = 1000;
   std::int64_t last = base;
@@ -65,7 +65,7 @@ std::int64_t common_base(const Movie& movie) {
     if (units == last || base == 0) return;
     last = units;
     base = least_common_multiple(base, units).value_or(0);
-    if (base > kLargestBase) base = 0;
+    if (base > largest_base) base = 0;
   };
   const std::optional<Rational> end = duration_of(movie);
   for (const Word& word : movie.words) {
@@ -73,7 +73,7 @@ std::int64_t common_base(const Movie& movie) {
     if (word.duration) add(word.duration->base.numerator);
     if (!word.duration && end) add(end->denominator);
   }
-  return base != 0 ? base : kFineBase;
+  return base != 0 ? base : fine_base;
 }
 
 Decimal counted(const Count& count, std::int64_t base, const Word& word) {
@@ -84,7 +84,7 @@ Decimal counted(const Count& count, std::int64_t base, const Word& word) {
   return *units;
 }
 
-/// The time from the start of `word` to the end of the movie; 0 if that is not known.
+// The time from the start of `word` to the end of the movie; 0 if that is not known.
 Decimal until_end(const Movie& movie, Decimal start, std::int64_t base) {
   const std::optional<Rational> end = duration_of(movie);
   const auto units = end ? multiply(*end, {base, 1}) : std::nullopt;
@@ -127,7 +127,7 @@ void append_words(std::string& out, Movie& movie) {
   }
 }
 
-/// The duration's value in units of `new_scale`, whole if it was.
+// The duration's value in units of `new_scale`, whole if it was.
 std::string rescaled_value(const Movie& movie, const std::string& new_scale) {
   if (new_scale == movie.duration_scale) return movie.duration_value;
   const auto unit = read_fraction(new_scale);
@@ -157,7 +157,7 @@ void append_timecode(std::string& out, const Timecode& timecode) {
 
 void append_other(std::string& out, const OtherProperty& other) {
   out += "   ";
-  if (other.space == kDynamicMedia) {
+  if (other.space == dynamic_media) {
     append_field(out, other.name, other.value);
   } else {
     // Declared where it is used: two places of a packet may give a prefix two meanings.
@@ -174,7 +174,7 @@ void append_other(std::string& out, const OtherProperty& other) {
 }  // namespace
 
 std::string print_normal_packet(Movie& movie) {
-  std::string out(kHead);
+  std::string out(head);
   append_duration(out, movie);
   if (!movie.timecodes.empty()) append_timecode(out, movie.timecodes.front());
   for (const OtherProperty& other : movie.others) append_other(out, other);
@@ -182,6 +182,6 @@ std::string print_normal_packet(Movie& movie) {
       std::any_of(movie.tracks.begin(), movie.tracks.end(),
                   [](const Track& track) { return track.words > 0 || track.type == "Speech"; });
   if (has_speech) append_words(out, movie);
-  out += kTail;
+  out += tail;
   return out;
 }

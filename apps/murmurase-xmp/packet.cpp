@@ -36,7 +36,7 @@ struct XmpFree {
   void operator()(XmpPtr xmp) const { xmp_free(xmp); }
 };
 using File = std::unique_ptr<std::FILE, FileClose>;
-/// A string that libexempi allocated.
+// A string that libexempi allocated.
 struct XmpStringFree {
   void operator()(XmpStringPtr string) const { xmp_string_free(string); }
 };
@@ -44,7 +44,7 @@ using XmpString = std::unique_ptr<_XmpString, XmpStringFree>;
 using XmpFile = std::unique_ptr<_XmpFile, XmpFileFree>;
 using Xmp = std::unique_ptr<_Xmp, XmpFree>;
 
-/// The text of `string`, valid as long as `string` is.
+// The text of `string`, valid as long as `string` is.
 std::string_view view(const XmpString& string) {
   return {xmp_string_cstr(string.get()), xmp_string_len(string.get())};
 }
@@ -57,8 +57,8 @@ std::string quoted_name(const fs::path& path) { return in_quotes(path.native());
        denied ? "ask for permission to read it" : "check the path");
 }
 
-/// Opens `path` for reading and sets `size` to its size in bytes. Throws Failure unless it is a
-/// regular file with something in it.
+// Opens `path` for reading and sets `size` to its size in bytes. Throws Failure unless it is a
+// regular file with something in it.
 File open_file(const fs::path& path, std::uintmax_t& size) {
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
@@ -71,7 +71,7 @@ File open_file(const fs::path& path, std::uintmax_t& size) {
   if (!file) fail_to_read(path, {errno, std::generic_category()});
   size = fs::file_size(path, error);
   if (error) fail_to_read(path, error);
-  if (size == 0) fail("cannot read {}: it is empty; {}", quoted_name(path), kCopyAgain);
+  if (size == 0) fail("cannot read {}: it is empty; {}", quoted_name(path), copy_again);
   return file;
 }
 
@@ -97,10 +97,10 @@ Packet read_sidecar(const fs::path& path) {
 }
 
 bool is_movie_or_sound(XmpFileType type) {
-  constexpr std::array kTypes{XMP_FT_MOV,   XMP_FT_MPEG4, XMP_FT_AVI, XMP_FT_MPEG,
-                              XMP_FT_MPEG2, XMP_FT_WMAV,  XMP_FT_FLV, XMP_FT_SWF,
-                              XMP_FT_WAV,   XMP_FT_MP3,   XMP_FT_AIFF};
-  return std::find(kTypes.begin(), kTypes.end(), type) != kTypes.end();
+  constexpr std::array types{XMP_FT_MOV,   XMP_FT_MPEG4, XMP_FT_AVI, XMP_FT_MPEG,
+                             XMP_FT_MPEG2, XMP_FT_WMAV,  XMP_FT_FLV, XMP_FT_SWF,
+                             XMP_FT_WAV,   XMP_FT_MP3,   XMP_FT_AIFF};
+  return std::find(types.begin(), types.end(), type) != types.end();
 }
 
 const char* reason(int error) {
@@ -125,13 +125,13 @@ const char* reason(int error) {
        quoted_name(file), reason(error), error);
 }
 
-/// The packet embedded in `movie` as libexempi finds it, empty if there is none.
+// The packet embedded in `movie` as libexempi finds it, empty if there is none.
 std::string extract_packet(const fs::path& movie) {
   // The XMP alone: reconciling it with the movie's own headers would replace its duration's scale.
-  constexpr auto kOptions = static_cast<XmpOpenFileOptions>(XMP_OPEN_READ | XMP_OPEN_ONLYXMP);
+  constexpr auto options = static_cast<XmpOpenFileOptions>(XMP_OPEN_READ | XMP_OPEN_ONLYXMP);
   const Bounds bounds("murmurase-xmp: cannot read " + quoted_name(movie) +
                       ": libexempi was still searching it after a minute; check that it plays\n");
-  const XmpFile file(xmp_files_open_new(movie.c_str(), kOptions));
+  const XmpFile file(xmp_files_open_new(movie.c_str(), options));
   if (!file)
     fail("cannot read {}: libexempi cannot open it (error {}); check that it plays",
          quoted_name(movie), xmp_get_error());

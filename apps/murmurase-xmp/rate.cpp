@@ -13,7 +13,7 @@ struct NamedFormat {
   TimeFormat format;
 };
 
-constexpr std::array kFormats{
+constexpr std::array formats{
     NamedFormat{"24Timecode", {{24, 1}, false}},
     NamedFormat{"25Timecode", {{25, 1}, false}},
     NamedFormat{"2997DropTimecode", {{30000, 1001}, true}},
@@ -26,7 +26,7 @@ constexpr std::array kFormats{
     NamedFormat{"23976Timecode", {{24000, 1001}, false}},
 };
 
-/// What the readers compute, in their own order of arithmetic.
+// What the readers compute, in their own order of arithmetic.
 double read_scale(double numerator, double denominator) {
   const double rate = denominator / numerator / 100.0;
   return rate < 1 ? rate * 100.0 : rate;
@@ -40,9 +40,9 @@ double read_scale(Rational scale) {
 
 std::optional<TimeFormat> read_time_format(std::string_view format) {
   const auto* const found =
-      std::find_if(kFormats.begin(), kFormats.end(),
+      std::find_if(formats.begin(), formats.end(),
                    [name = trimmed(format)](const NamedFormat& each) { return each.name == name; });
-  if (found == kFormats.end()) return std::nullopt;
+  if (found == formats.end()) return std::nullopt;
   return found->format;
 }
 

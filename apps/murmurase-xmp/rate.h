@@ -7,32 +7,32 @@
 #include "movie.h"
 #include "rational.h"
 
-/// What a time format such as "2997DropTimecode" says.
+// What a time format such as "2997DropTimecode" says.
 struct TimeFormat {
-  Rational rate;  ///< Frames per second.
+  Rational rate;  // Frames per second.
   bool drop_frame = false;
 };
 
-/// Nothing for a format that does not count frames of a known rate.
+// Nothing for a format that does not count frames of a known rate.
 std::optional<TimeFormat> read_time_format(std::string_view format);
 
-/// Frames per second of an xmpDM:videoFrameRate: "24", "NTSC", "PAL", "29.97 fps", "30000/1001".
+// Frames per second of an xmpDM:videoFrameRate: "24", "NTSC", "PAL", "29.97 fps", "30000/1001".
 std::optional<Rational> read_video_rate(std::string_view text);
 
-/// `rate` as it is meant: 29.97, 23.976 and their like stand for 30000/1001, 24000/1001 and so on.
-/// Nothing if it is no rate of frames: below 1 or above 1000 per second.
+// `rate` as it is meant: 29.97, 23.976 and their like stand for 30000/1001, 24000/1001 and so on.
+// Nothing if it is no rate of frames: below 1 or above 1000 per second.
 std::optional<Rational> true_rate(Rational rate);
 
-/// The evidence that the rate is taken from; null if there is none.
+// The evidence that the rate is taken from; null if there is none.
 const RateEvidence* used_evidence(const Movie& movie);
 
-/// The scale of the movie's duration from which the readers compute the true rate: the movie's own
-/// if they do, or if nothing tells the rate.
+// The scale of the movie's duration from which the readers compute the true rate: the movie's own
+// if they do, or if nothing tells the rate.
 std::string normal_scale(const Movie& movie);
 
-/// The frames per second that the readers compute from `scale`: the denominator divided by the
-/// numerator and by 100, times 100 when that is below 1.
+// The frames per second that the readers compute from `scale`: the denominator divided by the
+// numerator and by 100, times 100 when that is below 1.
 std::optional<double> rate_of_scale(std::string_view scale);
 
-/// The timecode's value with the separators that its format asks for.
+// The timecode's value with the separators that its format asks for.
 std::string normal_timecode(const Timecode& timecode);

@@ -24,8 +24,8 @@ std::optional<std::int64_t> power_of_ten(int exponent) {
   return power;
 }
 
-/// Appends the digits at the start of `text` to `digits` and takes them off it. How many; nothing
-/// if they have no room.
+// Appends the digits at the start of `text` to `digits` and takes them off it. How many; nothing
+// if they have no room.
 std::optional<int> take_digits(std::string_view& text, std::int64_t& digits) {
   int count = 0;
   for (; !text.empty() && is_digit(text.front()); text.remove_prefix(1), ++count) {
@@ -36,7 +36,7 @@ std::optional<int> take_digits(std::string_view& text, std::int64_t& digits) {
   return count;
 }
 
-/// The exponent at the start of `text`, taken off it; 0 if there is none.
+// The exponent at the start of `text`, taken off it; 0 if there is none.
 int take_exponent(std::string_view& text) {
   if (text.empty() || (text.front() != 'e' && text.front() != 'E')) return 0;
   std::string_view rest = text.substr(1);
@@ -54,8 +54,8 @@ int take_exponent(std::string_view& text) {
 }  // namespace
 
 std::optional<Rational> make_rational(std::int64_t numerator, std::int64_t denominator) {
-  constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
-  if (denominator == 0 || numerator == kLeast || denominator == kLeast) return std::nullopt;
+  constexpr std::int64_t least = std::numeric_limits<std::int64_t>::min();
+  if (denominator == 0 || numerator == least || denominator == least) return std::nullopt;
   const std::int64_t divisor = std::gcd(numerator, denominator) * (denominator < 0 ? -1 : 1);
   return Rational{numerator / divisor, denominator / divisor};
 }
@@ -163,7 +163,7 @@ std::optional<Rational> read_fraction(std::string_view text) {
 }
 
 std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r\n";
-  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
-  return text.substr(0, text.find_last_not_of(kBlanks) + 1);
+  constexpr std::string_view blanks = " \t\r\n";
+  text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+  return text.substr(0, text.find_last_not_of(blanks) + 1);
 }

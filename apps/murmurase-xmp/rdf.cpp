@@ -5,8 +5,8 @@
 namespace rdf {
 namespace {
 
-constexpr char kRdf[] = "http://www.w3.org/1999/02/22-rdf-syntax-ns#";
-constexpr char kXml[] = "http://www.w3.org/XML/1998/namespace";
+constexpr char rdf_space[] = "http://www.w3.org/1999/02/22-rdf-syntax-ns#";
+constexpr char xml_space[] = "http://www.w3.org/XML/1998/namespace";
 
 const char* characters(const xmlChar* text) {
   return text == nullptr ? "" : reinterpret_cast<const char*>(text);
@@ -19,7 +19,8 @@ const char* space_of(const xmlNode* node) {
 bool is_element(const xmlNode* node) { return node->type == XML_ELEMENT_NODE; }
 
 bool is_rdf(const xmlNode* node, const char* name) {
-  return std::strcmp(characters(node->name), name) == 0 && std::strcmp(space_of(node), kRdf) == 0;
+  return std::strcmp(characters(node->name), name) == 0 &&
+         std::strcmp(space_of(node), rdf_space) == 0;
 }
 
 bool is_array(const xmlNode* node) {
@@ -30,10 +31,10 @@ const xmlNode* first_attribute(const xmlNode* element) {
   return reinterpret_cast<const xmlNode*>(element->properties);
 }
 
-/// Attributes of RDF and XML say how a value is written; those without a namespace say nothing.
+// Attributes of RDF and XML say how a value is written; those without a namespace say nothing.
 bool is_property_attribute(const xmlNode* attribute) {
   const char* const space = space_of(attribute);
-  return *space != '\0' && std::strcmp(space, kRdf) != 0 && std::strcmp(space, kXml) != 0;
+  return *space != '\0' && std::strcmp(space, rdf_space) != 0 && std::strcmp(space, xml_space) != 0;
 }
 
 void append_text(const xmlNode* node, std::string& text) {
@@ -46,7 +47,7 @@ bool is_default_language(const xmlNode* item) {
   for (const xmlNode* attribute = first_attribute(item); attribute != nullptr;
        attribute = attribute->next) {
     if (std::strcmp(characters(attribute->name), "lang") == 0 &&
-        std::strcmp(space_of(attribute), kXml) == 0 && attribute->children != nullptr)
+        std::strcmp(space_of(attribute), xml_space) == 0 && attribute->children != nullptr)
       return std::strcmp(characters(attribute->children->content), "x-default") == 0;
   }
   return false;
@@ -62,8 +63,8 @@ const xmlNode* chosen_item(const xmlNode* array) {
   return chosen;
 }
 
-/// What stands for the value of `element` instead of its own text: the rdf:value of qualifiers, an
-/// item of an array, an rdf:resource. Null if nothing does.
+// What stands for the value of `element` instead of its own text: the rdf:value of qualifiers, an
+// item of an array, an rdf:resource. Null if nothing does.
 const xmlNode* value_within(const xmlNode* element) {
   for (const xmlNode* attribute = first_attribute(element); attribute != nullptr;
        attribute = attribute->next)

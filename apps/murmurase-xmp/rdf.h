@@ -6,38 +6,38 @@
 #include <string>
 #include <string_view>
 
-/// The properties of XMP in the RDF of a packet, whichever of its forms they are written in (ISO
-/// 16684-1, 7.4 to 7.9): as elements or attributes, structures as rdf:parseType="Resource", as an
-/// inner rdf:Description or as attributes alone, arrays, and values with qualifiers.
+// The properties of XMP in the RDF of a packet, whichever of its forms they are written in (ISO
+// 16684-1, 7.4 to 7.9): as elements or attributes, structures as rdf:parseType="Resource", as an
+// inner rdf:Description or as attributes alone, arrays, and values with qualifiers.
 namespace rdf {
 
-/// A property: the element or the attribute that holds it.
+// A property: the element or the attribute that holds it.
 struct Property {
   const xmlNode* node = nullptr;
 
   explicit operator bool() const { return node != nullptr; }
   bool is_attribute() const { return node->type == XML_ATTRIBUTE_NODE; }
-  std::string_view name() const;   ///< Its local name.
-  std::string_view space() const;  ///< The namespace of its name.
+  std::string_view name() const;   // Its local name.
+  std::string_view space() const;  // The namespace of its name.
 };
 
-/// The first rdf:RDF element of the document; null if there is none.
+// The first rdf:RDF element of the document; null if there is none.
 const xmlNode* find_rdf(const xmlDoc* document);
 
-/// Calls `each` with every property of the resources that `rdf` describes.
+// Calls `each` with every property of the resources that `rdf` describes.
 void for_each_property(const xmlNode* rdf, const std::function<void(Property)>& each);
 
-/// Calls `each` with every field of the structure that is the value of `property`.
+// Calls `each` with every field of the structure that is the value of `property`.
 void for_each_field(Property property, const std::function<void(Property)>& each);
 
-/// Calls `each` with every item of the array that is the value of `property`.
+// Calls `each` with every item of the array that is the value of `property`.
 void for_each_item(Property property, const std::function<void(Property)>& each);
 
-/// Whether the value of `property` is a text, neither structure nor array.
+// Whether the value of `property` is a text, neither structure nor array.
 bool is_simple(Property property);
 
-/// The text that is the value of `property`: of language alternatives the default one, of another
-/// array the first, of a value with qualifiers the value.
+// The text that is the value of `property`: of language alternatives the default one, of another
+// array the first, of a value with qualifiers the value.
 std::string text(Property property);
 
 }  // namespace rdf

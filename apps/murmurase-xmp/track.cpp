@@ -11,7 +11,7 @@ namespace {
 
 using rdf::Property;
 
-/// The rate at the start of `text`, "f30000s1001" or "f1000"; the f may be missing.
+// The rate at the start of `text`, "f30000s1001" or "f1000"; the f may be missing.
 std::optional<Rational> take_time_base(std::string_view& text) {
   if (text.starts_with('f')) text.remove_prefix(1);
   const auto units = take_decimal(text);
@@ -26,7 +26,7 @@ std::optional<Rational> take_time_base(std::string_view& text) {
   return base;
 }
 
-/// A count of units, which may carry its own base: "15", "15f25". No text is 0.
+// A count of units, which may carry its own base: "15", "15f25". No text is 0.
 std::optional<Count> read_count(std::string_view text, Rational base) {
   text = trimmed(text);
   if (text.empty()) return Count{{}, base};
@@ -41,7 +41,7 @@ std::optional<Count> read_count(std::string_view text, Rational base) {
   return Count{*units, base};
 }
 
-/// A type may be a text or an array of texts.
+// A type may be a text or an array of texts.
 std::string type_text(Property property) {
   std::string types;
   rdf::for_each_item(property, [&](Property item) {
@@ -68,7 +68,7 @@ struct Marker {
   Property probability;
   Property type;
 
-  /// Where the field of that name belongs; null if it is of no interest.
+  // Where the field of that name belongs; null if it is of no interest.
   Property* slot(std::string_view field) {
     if (field == "startTime") return &start_time;
     if (field == "duration") return &duration;
@@ -80,7 +80,7 @@ struct Marker {
   }
 };
 
-/// Reads the markers of one track.
+// Reads the markers of one track.
 class TrackReader {
  public:
   TrackReader(const std::filesystem::path& file, Movie& movie) : file_(file), movie_(movie) {}
@@ -89,7 +89,7 @@ class TrackReader {
     Property markers;
     Property time_base;
     rdf::for_each_field(item, [&](Property field) {
-      if (field.space() != kDynamicMedia) return;
+      if (field.space() != dynamic_media) return;
       const std::string_view name = field.name();
       if (name == "trackName" && track_.name.empty()) track_.name = rdf::text(field);
       if (name == "trackType" && track_.type.empty()) track_.type = type_text(field);
@@ -140,7 +140,7 @@ class TrackReader {
     Marker marker;
     rdf::for_each_field(item, [&](Property field) {
       (field.is_attribute() ? movie_.has_attributes : movie_.has_elements) = true;
-      if (field.space() != kDynamicMedia) return;
+      if (field.space() != dynamic_media) return;
       Property* const slot = marker.slot(field.name());
       if (slot != nullptr && !*slot) *slot = field;
     });

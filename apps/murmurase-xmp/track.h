@@ -6,10 +6,10 @@
 #include "movie.h"
 #include "rdf.h"
 
-inline constexpr std::string_view kDynamicMedia = "http://ns.adobe.com/xmp/1.0/DynamicMedia/";
+inline constexpr std::string_view dynamic_media = "http://ns.adobe.com/xmp/1.0/DynamicMedia/";
 
-/// Adds the tracks of an xmpDM:Tracks to `movie`, and the words of their Speech markers. A marker's
-/// own type overrides its track's. A marker without a speaker has the one before it, and without a
-/// start or a duration 0. Throws Failure where a time or a time base cannot be understood; `file` is
-/// where the packet was found.
+// Adds the tracks of an xmpDM:Tracks to `movie`, and the words of their Speech markers. A marker's
+// own type overrides its track's. A marker without a speaker has the one before it, and without a
+// start or a duration 0. Throws Failure where a time or a time base cannot be understood; `file` is
+// where the packet was found.
 void read_tracks(rdf::Property tracks, const std::filesystem::path& file, Movie& movie);

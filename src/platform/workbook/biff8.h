@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
-/// The constants of the BIFF8 workbook file. docs/workbook.md lays the file out record by record;
-/// the names and values are those of [MS-XLS], section 2.4.
+// The constants of the BIFF8 workbook file. docs/workbook.md lays the file out record by record;
+// the names and values are those of [MS-XLS], section 2.4.
 namespace murmurase::workbook::biff8 {
 
 enum class Type : std::uint16_t {
@@ -69,27 +69,27 @@ enum class Type : std::uint16_t {
 // Limits of the format.
 inline constexpr std::size_t max_rows = 65536;
 inline constexpr std::size_t max_columns = 256;
-inline constexpr std::size_t max_text_units = 32767;  ///< UTF-16 code units of one cell
-inline constexpr std::size_t max_width = 255;         ///< characters of one column
-inline constexpr std::size_t max_record_data = 8224;  ///< bytes after a record's four-byte header
+inline constexpr std::size_t max_text_units = 32767;  // UTF-16 code units of one cell
+inline constexpr std::size_t max_width = 255;         // characters of one column
+inline constexpr std::size_t max_record_data = 8224;  // bytes after a record's four-byte header
 inline constexpr std::size_t record_header_size = 4;
 
-/// Bytes of all distinct texts. A compound file's stream ends at 2 GiB; a sheet full of cells takes
-/// at most 0.74e9 bytes of it, so that texts within this bound always fit.
+// Bytes of all distinct texts. A compound file's stream ends at 2 GiB; a sheet full of cells takes
+// at most 0.74e9 bytes of it, so that texts within this bound always fit.
 inline constexpr std::size_t max_shared_text_bytes = 1'300'000'000;
 
 // Shared strings.
-inline constexpr std::size_t text_header_size = 3;  ///< unit count (2), option byte (1)
-inline constexpr char option_8_bit = 0;             ///< one byte a unit, high bytes left out
-inline constexpr char option_16_bit = 1;            ///< UTF-16LE
+inline constexpr std::size_t text_header_size = 3;  // unit count (2), option byte (1)
+inline constexpr char option_8_bit = 0;             // one byte a unit, high bytes left out
+inline constexpr char option_16_bit = 1;            // UTF-16LE
 inline constexpr std::size_t min_texts_per_bucket = 8;
-inline constexpr std::size_t max_buckets = 1024;  ///< what one EXTSST record holds
+inline constexpr std::size_t max_buckets = 1024;  // what one EXTSST record holds
 
 // The cell table.
 inline constexpr std::size_t rows_per_block = 32;
 inline constexpr std::uint16_t row_record_size = 20;
 inline constexpr std::uint16_t cell_record_size = 14;
-inline constexpr std::uint32_t row_flags = 0x000F0100;  ///< default XF 15; bit 8 is always set
+inline constexpr std::uint32_t row_flags = 0x000F0100;  // default XF 15; bit 8 is always set
 
 // BOF.
 inline constexpr std::uint16_t bof_version = 0x0600;
@@ -105,7 +105,7 @@ inline constexpr std::uint16_t code_page_utf16 = 0x04B0;
 // Fonts and formats. Font index 4 does not exist: the fifth FONT record has index 5.
 inline constexpr std::uint16_t default_font = 0;
 inline constexpr std::uint16_t bold_font = 5;
-inline constexpr std::uint16_t font_height = 200;  ///< 10 points in twips
+inline constexpr std::uint16_t font_height = 200;  // 10 points in twips
 inline constexpr std::uint16_t font_flag_bold = 0x0001;
 inline constexpr std::uint16_t font_color_automatic = 0x7FFF;
 inline constexpr std::uint16_t font_weight_normal = 400;
@@ -115,30 +115,29 @@ inline constexpr std::uint8_t font_family_swiss = 2;
 inline constexpr std::size_t style_xf_count = 15;
 inline constexpr std::uint16_t cell_xf = 15;
 inline constexpr std::uint16_t bold_xf = 16;
-inline constexpr std::uint16_t xf_style_flags = 0xFFF5;  ///< locked, a style, without a parent
-inline constexpr std::uint16_t xf_cell_flags = 0x0001;   ///< locked, parent XF 0
+inline constexpr std::uint16_t xf_style_flags = 0xFFF5;  // locked, a style, without a parent
+inline constexpr std::uint16_t xf_cell_flags = 0x0001;   // locked, parent XF 0
 inline constexpr std::uint8_t xf_align_bottom = 0x20;
 inline constexpr std::uint8_t xf_own_font = 0x08;
-inline constexpr std::uint8_t xf_own_nothing_but_number =
-    0xF4;                                                ///< what a built-in style leaves out
-inline constexpr std::uint16_t xf_fill_colors = 0x20C0;  ///< automatic (64 and 65)
-inline constexpr std::uint16_t style_normal = 0x8000;    ///< built in, XF 0
+inline constexpr std::uint8_t xf_own_nothing_but_number = 0xF4;  // what a built-in style leaves out
+inline constexpr std::uint16_t xf_fill_colors = 0x20C0;          // automatic (64 and 65)
+inline constexpr std::uint16_t style_normal = 0x8000;            // built in, XF 0
 
 // Columns and rows. The widest digit of the default font (Arial 10 at 96 dpi) takes 7 pixels, and
 // each column 5 more for the margins and the grid line.
 inline constexpr double digit_pixels = 7;
 inline constexpr double padding_pixels = 5;
 inline constexpr double width_units = 256;
-inline constexpr std::uint16_t default_width = 8;         ///< characters
-inline constexpr std::uint16_t default_row_height = 255;  ///< twips
+inline constexpr std::uint16_t default_width = 8;         // characters
+inline constexpr std::uint16_t default_row_height = 255;  // twips
 inline constexpr std::uint16_t column_set_by_user = 0x0002;
 
 // Windows and sheet settings.
-inline constexpr std::uint16_t window1_flags = 0x0038;  ///< both scroll bars and the tabs
+inline constexpr std::uint16_t window1_flags = 0x0038;  // both scroll bars and the tabs
 inline constexpr std::uint16_t window1_tab_ratio = 600;
-inline constexpr std::uint16_t window2_flags = 0x06B6;  ///< grid, headings, zeros; selected, shown
+inline constexpr std::uint16_t window2_flags = 0x06B6;  // grid, headings, zeros; selected, shown
 inline constexpr std::uint16_t grid_color_automatic = 64;
-inline constexpr std::uint16_t ws_bool_flags = 0x04C1;  ///< page breaks, outline sums below, right
+inline constexpr std::uint16_t ws_bool_flags = 0x04C1;  // page breaks, outline sums below, right
 inline constexpr std::uint16_t setup_no_printer = 0x0004;
 inline constexpr std::uint8_t pane_top_left = 3;
 

@@ -10,7 +10,7 @@
 namespace murmurase::workbook {
 namespace {
 
-/// Column letters as spreadsheet programs count them: A to Z, AA, AB...
+// Column letters as spreadsheet programs count them: A to Z, AA, AB...
 std::string column_name(std::size_t column) {
   std::string name;
   for (std::size_t rest = column + 1; rest > 0; rest = (rest - 1) / 26) {
@@ -21,11 +21,11 @@ std::string column_name(std::size_t column) {
 
 struct Decoded {
   char32_t character;
-  std::size_t length;  ///< bytes read; 0 if they are no character
+  std::size_t length;  // bytes read; 0 if they are no character
 };
 
-/// Decodes the character at the start of `text`, which is not empty. Refuses what Unicode (table
-/// 3-7) does: overlong forms, surrogates, values past U+10FFFF, broken sequences.
+// Decodes the character at the start of `text`, which is not empty. Refuses what Unicode (table
+// 3-7) does: overlong forms, surrogates, values past U+10FFFF, broken sequences.
 Decoded decode(std::string_view text) {
   const auto byte = [&](std::size_t i) -> std::uint32_t {
     return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;

@@ -13,7 +13,7 @@
 
 namespace murmurase::workbook {
 
-/// Stores a field little-endian, the byte order of BIFF8.
+// Stores a field little-endian, the byte order of BIFF8.
 template <std::unsigned_integral Field>
 void store(char* place, Field field) {
   for (std::size_t i = 0; i < sizeof field; ++i) place[i] = static_cast<char>(field >> (8 * i));
@@ -30,14 +30,14 @@ void append(std::string& bytes, Field field) {
   bytes.append(stored, sizeof field);
 }
 
-/// The workbook's records, appended to the bytes of a file.
+// The workbook's records, appended to the bytes of a file.
 class RecordStream {
  public:
-  /// Begins where the file now ends. The file must outlive this object.
+  // Begins where the file now ends. The file must outlive this object.
   explicit RecordStream(ByteBuffer& file) : file_(file), start_(file.view().size()) {}
 
-  /// Writes one record: its type, its size and its fields (unsigned integers, doubles, bytes), of
-  /// biff8::max_record_data bytes at most.
+  // Writes one record: its type, its size and its fields (unsigned integers, doubles, bytes), of
+  // biff8::max_record_data bytes at most.
   template <class... Fields>
   void record(biff8::Type type, Fields... fields) {
     const auto size = (std::size_t{0} + ... + field_size(fields));
@@ -48,10 +48,10 @@ class RecordStream {
     file_.grow(biff8::record_header_size + size);
   }
 
-  /// The stream position of the next record.
+  // The stream position of the next record.
   [[nodiscard]] std::size_t position() const { return file_.view().size() - start_; }
 
-  /// Writes over bytes written earlier.
+  // Writes over bytes written earlier.
   void patch(std::size_t position, std::string_view bytes) {
     store(file_.data() + start_ + position, bytes);
   }

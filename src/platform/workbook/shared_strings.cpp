@@ -9,12 +9,12 @@
 namespace murmurase::workbook {
 namespace {
 
-/// Whether the last of these UTF-16LE units is the first half of a surrogate pair.
+// Whether the last of these UTF-16LE units is the first half of a surrogate pair.
 bool ends_in_high_surrogate(std::string_view units) {
   return (static_cast<unsigned char>(units.back()) & 0xFC) == 0xD8;
 }
 
-/// How many bytes of `units` go into `room` bytes without cutting a character in two.
+// How many bytes of `units` go into `room` bytes without cutting a character in two.
 std::size_t fitting(std::string_view units, std::size_t room, bool wide) {
   if (units.size() <= room) return units.size();
   if (!wide) return room;

@@ -14,7 +14,7 @@
 namespace murmurase::workbook {
 namespace {
 
-/// Sorts the cells by place; of several writes to a cell the last one stays.
+// Sorts the cells by place; of several writes to a cell the last one stays.
 void put_in_order(std::vector<Cell>& cells) {
   const auto place = [](const Cell& cell) { return cell.row << 8 | cell.column; };
   std::ranges::stable_sort(cells, {}, place);

@@ -48,7 +48,7 @@ void write_formats(RecordStream& out) {
   out.record(Type::style, biff8::style_normal, zero8, u8{0xFF});
 }
 
-/// Writes the workbook's globals; returns where the sheet's position goes.
+// Writes the workbook's globals; returns where the sheet's position goes.
 std::size_t write_globals(RecordStream& out, const SharedStrings& strings, u32 references) {
   write_bof(out, biff8::bof_globals);
   out.record(Type::interface_hdr, biff8::code_page_utf16);
@@ -105,7 +105,7 @@ void write_sheet_settings(RecordStream& out) {
              0.5, one);
 }
 
-/// One COLINFO for each run of columns of the same width.
+// One COLINFO for each run of columns of the same width.
 void write_widths(RecordStream& out, std::span<const u16> widths) {
   for (std::size_t first = 0; first < widths.size();) {
     std::size_t end = first + 1;
@@ -128,7 +128,7 @@ void write_dimensions(RecordStream& out, std::span<const Cell> cells) {
              static_cast<u16>(right.column + 1), zero);
 }
 
-/// Takes the cells of the rows before `end` off the front.
+// Takes the cells of the rows before `end` off the front.
 std::span<const Cell> take_rows(std::span<const Cell>& cells, std::size_t end) {
   std::size_t count = 0;
   while (count < cells.size() && cells[count].row < end) ++count;
@@ -142,8 +142,8 @@ void write_row(RecordStream& out, u16 row, std::size_t first_column, std::size_t
              biff8::default_row_height, zero, zero, biff8::row_flags);
 }
 
-/// Writes a block of rows (ROW records, then cells, then DBCELL); returns the position of DBCELL. A
-/// block without cells has one empty ROW, for a block is never without.
+// Writes a block of rows (ROW records, then cells, then DBCELL); returns the position of DBCELL. A
+// block without cells has one empty ROW, for a block is never without.
 u32 write_row_block(RecordStream& out, std::size_t first_row, std::span<const Cell> cells) {
   const std::size_t start = out.position();
   std::string row_offsets;
