@@ -34,11 +34,8 @@ void run(const char* path) {
       bool is_bold = false;
       std::string text;
       std::cin >> is_bold >> text;
-      if (is_bold) {
-        book.write(first, second, from_hexadecimal(text), bold);
-      } else {
-        book.write(first, second, from_hexadecimal(text));
-      }
+      book.write(first, second, from_hexadecimal(text),
+                 is_bold ? bold : murmurase::workbook::Format::normal);
     }
   }
   std::ofstream(path, std::ios::binary) << book.close();
