@@ -10,7 +10,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "support.h"
 
@@ -32,11 +31,6 @@ class PlatformTest : public testing::Test {
     std::ofstream(path(name), std::ios::binary) << content;
     fs::permissions(path(name), mode);
     return path(name);
-  }
-  static std::string content(const std::string& file) {
-    std::ostringstream text;
-    text << std::ifstream(file, std::ios::binary).rdbuf();
-    return text.str();
   }
 
   fs::path folder_;

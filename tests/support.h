@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -129,6 +131,11 @@ inline std::string entity_bomb() {
     type += "'>";
   }
   return type + "]>";
+}
+
+inline std::string content(const std::string& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 // The kind and message of the error that a call ends in; empty when it ends in none.
