@@ -210,12 +210,12 @@ static void clip_road(murmurase_controller* controller) {
   m.value_free(value);
   m.value_free(clip);
 
-  const char* const commands[] = {"true", NULL};
-  for (int i = 0; i < 2; ++i) {
+  const char* const commands[] = {"true", "false", NULL};
+  for (int i = 0; i < 3; ++i) {
     bool opened = false;
     EXPECT(succeeded(m.set_open_command(commands[i])));
     EXPECT(succeeded(call(controller, "create_clip_with_markers", 0, NULL, NULL, &value)));
-    EXPECT(succeeded(m.get_boolean(value, &opened)) && opened == (commands[i] != NULL));
+    EXPECT(succeeded(m.get_boolean(value, &opened)) && opened == (i == 0));
     m.value_free(value);
   }
 }
@@ -318,6 +318,8 @@ int main(int count, char** arguments) {
   EXPECT(is_text(value, "01:02:05"));
   m.value_free(value);
   m.set_host_ui_active(true);
+  EXPECT(kind(call(controller, "build_words_array", 1, integer(3), NULL, NULL)) ==
+         MURMURASE_ERROR_MISSING_VALUE);
   EXPECT(succeeded(m.new_host_object(NULL, &value)));
   EXPECT(succeeded(set(controller, "speakersTableView", value)));
   EXPECT(kind(call(controller, "build_words_array", 1, integer(3), NULL, NULL)) ==

@@ -21,12 +21,9 @@ using namespace std::string_view_literals;
 TEST(LineRepair, Cases) {
   const std::pair<std::string_view, std::string_view> cases[] = {
       {"plain <a b=\"c\">\t\r", "plain <a b=\"c\">\t\r"},
-      {"a & b&&amp;", "a &amp; b&amp;&amp;"},
-      {"&lt;&#233;&am;", "&amp;lt;&amp;#233;&amp;am;"},
+      {"a & b&&amp;&lt;&am;", "a &amp; b&amp;&amp;&amp;lt;&amp;am;"},
       {"\x01\x08\x0B\x0C\x0E\x1F\x7F|\0|"sv, "||"},
       {"\xC3\xA9 \xED\x9F\xBF \xF0\x90\x80\x80", "\xC3\xA9 \xED\x9F\xBF \xF0\x90\x80\x80"},
-      {"a\xC0\x80\xE0\x9F\xBF\xF0\x8F\xBF\xBF\x62", "ab"},   // overlong
-      {"a\xED\xA0\x80\xF4\x90\x80\x80\xF7zzz\x62", "ab"},    // a surrogate, above U+10FFFF
       {"a\xF8wxyzb\xFBwxyzc\xFCvwxyzd\xFDvwxyze", "abcde"},  // five and six bytes announced
       {"caf\xE9 au lait", "cafu lait"},                      // takes two bytes with it
       {"\xE9& x", "mp; x"},                                  // it takes bytes of the escape
@@ -78,11 +75,7 @@ Read read(const std::string& bytes) {
 }
 
 TEST(ClipReader, Roads) {
-  const struct {
-    std::string_view bytes;
-    const char* repair;
-    const char* written;
-  } cases[] = {
+  const std::tuple<std::string_view, const char*, const char*> cases[] = {
       {"<xmeml>\r\n<a>x\r\ny</a>\r\n</xmeml>", "none", "<xmeml>\n  <a>x\ny</a>\n</xmeml>\n"},
       // One repair: blanks between elements stay, line feeds go, other lines keep their escapes.
       {"<xmeml>\n <a>x\ny</a>\n <b>&lt;</b>\n <c>R & D</c>\n</xmeml>\n", "lines 5",
@@ -100,10 +93,10 @@ TEST(ClipReader, Roads) {
        "<xmeml xmlns:x=\"a:b c\">\n  <a>x</a>\n</xmeml>\n"},
       {"<xmeml>\n<a>x\0y</a></xmeml>"sv, "lines 2", "<xmeml>\n  <a>xy</a>\n</xmeml>\n"},
   };
-  for (const auto& each : cases) {
-    const Read clip = read(std::string(each.bytes));
-    EXPECT_EQ(clip.repair, each.repair) << printable(each.bytes);
-    EXPECT_EQ(clip.written, std::string("<?xml version=\"1.0\"?>\n") + each.written);
+  for (const auto& [bytes, repair, written] : cases) {
+    const Read clip = read(std::string(bytes));
+    EXPECT_EQ(clip.repair, repair) << printable(bytes);
+    EXPECT_EQ(clip.written, std::string("<?xml version=\"1.0\"?>\n") + written);
     EXPECT_EQ(clip.clip.name, "xmeml");
   }
 }

@@ -30,17 +30,15 @@ std::optional<std::size_t> read(Desk& desk, const std::string& output, int statu
 }
 
 TEST(MovieReader, FrameRates) {
-  const struct {
-    const char* scale;
-    double rate;
-  } cases[] = {{"1/2997", 29.97},  {"1/2500", 25.0},       {"1/25", 25.0},
-               {"1/30", 30.0},     {"2997", 0.0},          {"1001/30000", 29.97002997002997},
-               {"1/2_400", 24.0},  {" 1 / 2400 /7", 24.0}, {"1//2400", 0.0},
-               {"0/25", INFINITY}, {"1e0/2.5e3x", 25.0},   {"&#49;/<![CDATA[25]]>00", 25.0}};
-  for (const auto& each : cases) {
+  const std::pair<const char*, double> cases[] = {
+      {"1/2997", 29.97},  {"1/2500", 25.0},       {"1/25", 25.0},
+      {"1/30", 30.0},     {"2997", 0.0},          {"1001/30000", 29.97002997002997},
+      {"1/2_400", 24.0},  {" 1 / 2400 /7", 24.0}, {"1//2400", 0.0},
+      {"0/25", INFINITY}, {"1e0/2.5e3x", 25.0},   {"&#49;/<![CDATA[25]]>00", 25.0}};
+  for (const auto& [written, rate] : cases) {
     Desk desk;
-    read(desk, packet(scale(each.scale)));
-    EXPECT_EQ(desk.controller.frame_rate, each.rate) << each.scale;
+    read(desk, packet(scale(written)));
+    EXPECT_EQ(desk.controller.frame_rate, rate) << written;
   }
   Desk desk;
   read(desk, packet(scale("")));
@@ -48,19 +46,15 @@ TEST(MovieReader, FrameRates) {
 }
 
 TEST(MovieReader, StartTimecodes) {
-  const struct {
-    const char* timecode;
-    const char* format;
-    double frames;
-  } cases[] = {{"01:00:00;00", "DF", 107892},
-               {"00:59:58;18", "DF", 107850},
-               {"10:00:00:00", "NDF", 1080000},
-               {"", "NDF", 0}};
-  for (const auto& each : cases) {
+  const std::tuple<const char*, const char*, double> cases[] = {{"01:00:00;00", "DF", 107892},
+                                                                {"00:59:58;18", "DF", 107850},
+                                                                {"10:00:00:00", "NDF", 1080000},
+                                                                {"", "NDF", 0}};
+  for (const auto& [timecode, format, frames] : cases) {
     Desk desk;
-    read(desk, packet(scale("1/2997") + start(each.timecode)));
-    EXPECT_EQ(desk.controller.displayformat, each.format) << each.timecode;
-    EXPECT_EQ(desk.controller.first_frame, each.frames) << each.timecode;
+    read(desk, packet(scale("1/2997") + start(timecode)));
+    EXPECT_EQ(desk.controller.displayformat, format) << timecode;
+    EXPECT_EQ(desk.controller.first_frame, frames) << timecode;
   }
 }
 
@@ -186,10 +180,10 @@ TEST(MovieReader, HostileDocumentsEndInAnError) {
       {"<!DOCTYPE x [" + numbered("<!ATTLIST x a{} CDATA ''>", 5'000) + "]>" + packet(""),
        "64 KiB"},
       {packet(speech({{std::string(11'000'000, 'x'), "0", "1", "A"}})), "longer than 10 MB"}};
-  for (const auto& [document, reason] : cases) {
+  for (const auto& each : cases) {
     Desk desk;
-    const std::string error = error_of([&] { read(desk, document); });
-    EXPECT_TRUE(is_error(error, ErrorKind::xml, reason)) << reason << error;
+    const std::string error = error_of([&] { read(desk, each.first); });
+    EXPECT_TRUE(is_error(error, ErrorKind::xml, each.second)) << error;
     EXPECT_FALSE(desk.controller.displayformat);
   }
 }

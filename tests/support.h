@@ -22,8 +22,6 @@ class FakePlatform : public Platform {
   std::map<std::string, std::string> files;
   bool files_can_be_written = true;
   std::string marked;  // creator and path of the file whose Finder information was set
-  std::string opened;  // command and path
-  bool opening_is_accepted = true;
 
   std::vector<std::string> application_support_directories() override { return {}; }
   std::string expand_tilde(const std::string& path) override { return path; }
@@ -45,10 +43,7 @@ class FakePlatform : public Platform {
   void set_finder_info(const std::string& path, std::string_view creator) override {
     marked = fmt::format("{} {}", creator, path);
   }
-  bool open_with(const std::string& command, const std::string& path) override {
-    opened = command + " " + path;
-    return opening_is_accepted;
-  }
+  bool open_with(const std::string&, const std::string&) override { return false; }
 
  private:
   static ByteBuffer buffer(const std::string& bytes) {
@@ -62,10 +57,9 @@ class FakePlatform : public Platform {
 class FakeHost : public HostBridge {
  public:
   double slider = 100;
-  int reloads = 0;
 
   double wordGroupingSlider_value() override { return slider; }
-  void reloadData(HostObject) override { ++reloads; }
+  void reloadData(HostObject) override {}
 };
 
 // A controller without a user interface, with all that it needs.

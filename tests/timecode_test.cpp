@@ -11,12 +11,7 @@ namespace {
 
 // What the count through a day does not reach: parts of a frame, later days, other rates.
 TEST(Timecode, Labels) {
-  const struct {
-    double frames;
-    int rate;
-    const char* format;
-    const char* label;
-  } cases[] = {
+  const std::tuple<double, int, const char*, const char*> cases[] = {
       {108266.625, 30, "DF", "01:00:12;15"}, {1799.6, 30, "DF", "00:01:00;02"},
       {1234.5, 25, "NDF", "00:00:49:10"},    {1235.5, 25, "NDF", "00:00:49:11"},
       {86651.748, 24, "NDF", "01:00:10:12"}, {29.6, 30, "NDF", "00:00:01:00"},
@@ -25,19 +20,16 @@ TEST(Timecode, Labels) {
       {1800, 30, "other", "00:01:00;00"},    {119, 120, "NDF", "00:00:00:119"},
       {-1, 25, "NDF", "-1:59:59:24"},
   };
-  for (const auto& each : cases) {
-    EXPECT_EQ(to_timecode(each.frames, each.rate, each.format), each.label);
+  for (const auto& [frames, rate, format, label] : cases) {
+    EXPECT_EQ(to_timecode(frames, rate, format), label);
   }
 }
 
 TEST(Timecode, ClockLabels) {
-  const struct {
-    double seconds;
-    const char* label;
-  } cases[] = {{3725.4, "01:02:05"}, {3725.5, "01:02:06"}, {0.4, "00:00:00"},
-               {59.4, "00:00:59"},   {59.5, "00:01:00"},   {3599.5, "01:00:00"},
-               {36000, "10:00:00"},  {360000, "100:00:00"}};
-  for (const auto& each : cases) EXPECT_EQ(to_timestamp(each.seconds), each.label);
+  const std::pair<double, const char*> cases[] = {
+      {3725.4, "01:02:05"}, {3725.5, "01:02:06"}, {0.4, "00:00:00"},   {59.4, "00:00:59"},
+      {59.5, "00:01:00"},   {3599.5, "01:00:00"}, {36000, "10:00:00"}, {360000, "100:00:00"}};
+  for (const auto& [seconds, label] : cases) EXPECT_EQ(to_timestamp(seconds), label);
 }
 
 // Labels that to_timecode does not make.
