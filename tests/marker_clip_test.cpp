@@ -254,5 +254,23 @@ TEST(MarkerClip, WordsThatXmlCannotHold) {
   EXPECT_TRUE(is_error(desk.run(), ErrorKind::xml, "the words of phrase 1, \"caf\\xE9 \","));
 }
 
+// Cut at every byte, a clip gives one line of error, or a file that a strict parser takes.
+TEST(MarkerClip, ClipsCutAnywhere) {
+  const std::string clip = sample;
+  for (std::size_t length = 0; length < clip.size(); ++length) {
+    std::string written;
+    const std::string error = error_of([&] {
+      ClipDesk desk({{"w", "0", "0", "A"}}, clip.substr(0, length));
+      create_clip_with_markers(desk.controller);
+      written = desk.written();
+    });
+    xmlDoc* document = xmlReadMemory(written.data(), static_cast<int>(written.size()), nullptr,
+                                     nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR);
+    EXPECT_EQ(document != nullptr, error.empty()) << length << error;
+    EXPECT_EQ(error.find('\n'), std::string::npos) << error;
+    xmlFreeDoc(document);
+  }
+}
+
 }  // namespace
 }  // namespace murmurase::test
