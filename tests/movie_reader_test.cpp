@@ -138,6 +138,8 @@ TEST(MovieReader, TextsToTheLetter) {
     const std::string document = packet("&e;" + speech({{"&e;", "0", "1", written}}));
     EXPECT_EQ(first_speaker(with_type("<!DOCTYPE x [<!ENTITY e 'inner '>]>", document)), expected);
   }
+  const std::string elsewhere = packet(speech({{"", "0", "1", "&e;A"}}));
+  EXPECT_EQ(first_speaker(with_type("<!DOCTYPE x SYSTEM 'elsewhere.dtd'>", elsewhere)), "A");
 }
 
 TEST(MovieReader, Encodings) {

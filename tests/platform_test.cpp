@@ -78,6 +78,8 @@ TEST_F(PlatformTest, ApplicationSupport) {
     const std::vector<std::string> found = platform_.application_support_directories();
     EXPECT_EQ(found.empty() ? "" : found.front(), each.directory);
   }
+  unsetenv("HOME");
+  EXPECT_TRUE(platform_.application_support_directories().empty());
   // The default is made when it is missing; what the user names is taken as it is.
   EXPECT_TRUE(fs::is_directory(home + "/.local/share"));
   EXPECT_FALSE(fs::exists(path("data")));
