@@ -1,4 +1,5 @@
-/* A host in C11: the whole road through the public header, then its misuse. */
+/* A host in C11, which knows the public header alone: the whole road through it, then its misuse.
+ * tests/consumer builds it once more against an installed copy. */
 #define _XOPEN_SOURCE 700
 #include <dlfcn.h>
 #include <stdio.h>
@@ -153,8 +154,7 @@ static void road(murmurase_controller* controller, const char* data, void* table
   EXPECT(succeeded(m.get(controller, "words_array", &value)));
   EXPECT(succeeded(m.list_get(value, 2, &item)));
   EXPECT(succeeded(m.record_get(item, "time_in", &item)));
-  EXPECT(succeeded(m.get_real(item, &real)));
-  EXPECT(real == 2.6);
+  EXPECT(succeeded(m.get_real(item, &real)) && real == 2.6);
   m.value_free(value);
 
   /* The element keeps its document alive when the controller has let go of it. */
@@ -168,13 +168,9 @@ static void road(murmurase_controller* controller, const char* data, void* table
   EXPECT(kind(call(controller, "build_words_array", 1, integer(3), NULL, NULL)) ==
          MURMURASE_ERROR_HOST);
   m.set_host_ui_active(false);
-  EXPECT(kind(call(controller, "save_to_text", 2, integer(3), text("/none/x"), NULL)) ==
-         MURMURASE_ERROR_SYSTEM);
   murmurase_error* error = call(controller, "save_to_text", 2, integer(3), text("/none/x"), NULL);
   EXPECT(m.error_number(error) == 2);
-  m.error_free(error);
-  EXPECT(kind(call(controller, "build_words_array", 1, integer(0), NULL, NULL)) ==
-         MURMURASE_ERROR_ZERO_DIVISION);
+  EXPECT(kind(error) == MURMURASE_ERROR_SYSTEM);
 }
 
 static void clip_road(murmurase_controller* controller) {
@@ -205,8 +201,7 @@ static void clip_road(murmurase_controller* controller) {
   EXPECT(repair == MURMURASE_REPAIR_LINES);
   EXPECT(m.size(value) == 1);
   EXPECT(succeeded(m.list_get(value, 0, &item)));
-  EXPECT(succeeded(m.get_integer(item, &number)));
-  EXPECT(number == 2);
+  EXPECT(succeeded(m.get_integer(item, &number)) && number == 2);
   EXPECT(succeeded(m.document_repair(document, &repair, NULL)));
   EXPECT(kind(m.document_repair(document, NULL, NULL)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.document_repair(value, &repair, NULL)) == MURMURASE_ERROR_TYPE);
@@ -215,17 +210,14 @@ static void clip_road(murmurase_controller* controller) {
   m.value_free(value);
   m.value_free(clip);
 
-  bool opened = false;
-  EXPECT(succeeded(m.set_open_command("true")));
-  EXPECT(succeeded(call(controller, "create_clip_with_markers", 0, NULL, NULL, &value)));
-  EXPECT(succeeded(m.get_boolean(value, &opened)));
-  EXPECT(opened);
-  m.value_free(value);
-  EXPECT(succeeded(m.set_open_command(NULL)));
-  EXPECT(succeeded(call(controller, "create_clip_with_markers", 0, NULL, NULL, &value)));
-  EXPECT(succeeded(m.get_boolean(value, &opened)));
-  EXPECT(!opened);
-  m.value_free(value);
+  const char* const commands[] = {"true", "false", NULL};
+  for (int i = 0; i < 3; ++i) {
+    bool opened = false;
+    EXPECT(succeeded(m.set_open_command(commands[i])));
+    EXPECT(succeeded(call(controller, "create_clip_with_markers", 0, NULL, NULL, &value)));
+    EXPECT(succeeded(m.get_boolean(value, &opened)) && opened == (i == 0));
+    m.value_free(value);
+  }
 }
 
 static void misuse(murmurase_controller* controller, const murmurase_host* host) {
@@ -247,13 +239,11 @@ static void misuse(murmurase_controller* controller, const murmurase_host* host)
   EXPECT(kind(m.get(NULL, "in", &value)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.get(controller, NULL, &value)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.get(controller, "in", NULL)) == MURMURASE_ERROR_ARGUMENT);
-  EXPECT(kind(m.get(controller, "out", &value)) == MURMURASE_ERROR_NAME);
   EXPECT(kind(m.set(controller, "in", value)) == MURMURASE_ERROR_TYPE);
   EXPECT(kind(m.set(NULL, "in", NULL)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.call(NULL, "to_frames", NULL, 0, NULL)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.call(controller, NULL, NULL, 0, NULL)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.call(controller, "to_frames", NULL, 2, NULL)) == MURMURASE_ERROR_ARGUMENT);
-  EXPECT(kind(m.call(controller, "\xFF\n", NULL, 0, NULL)) == MURMURASE_ERROR_NAME);
   EXPECT(kind(m.new_text(NULL, 1, &value)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.new_real(1, NULL)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.new_text("x", SIZE_MAX / 2 + 1, &value)) == MURMURASE_ERROR_MEMORY);
@@ -281,8 +271,7 @@ static void misuse(murmurase_controller* controller, const murmurase_host* host)
   item = value;
   EXPECT(succeeded(m.list_get(list, 0, &item)));
   EXPECT(item == NULL);
-  EXPECT(succeeded(m.get_boolean(value, &boolean)));
-  EXPECT(boolean);
+  EXPECT(succeeded(m.get_boolean(value, &boolean)) && boolean);
   m.value_free(list);
   m.value_free(record);
   m.value_free(value);
@@ -329,6 +318,8 @@ int main(int count, char** arguments) {
   EXPECT(is_text(value, "01:02:05"));
   m.value_free(value);
   m.set_host_ui_active(true);
+  EXPECT(kind(call(controller, "build_words_array", 1, integer(3), NULL, NULL)) ==
+         MURMURASE_ERROR_MISSING_VALUE);
   EXPECT(succeeded(m.new_host_object(NULL, &value)));
   EXPECT(succeeded(set(controller, "speakersTableView", value)));
   EXPECT(kind(call(controller, "build_words_array", 1, integer(3), NULL, NULL)) ==

@@ -13,11 +13,11 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <sstream>
 
 #include "core/error.h"
 #include "murmurase/murmurase.h"
 #include "platform/platform.h"
+#include "support.h"
 
 namespace {
 
@@ -90,27 +90,21 @@ int rename(const char* from, const char* to) noexcept { return step_done("rename
 namespace {
 
 namespace fs = std::filesystem;
-using Failure = murmurase_error*;
+using murmurase::test::content;
 
 const std::string data = MURMURASE_DATA;
 const std::string clip = MURMURASE_ASSETS "/sample-clip.xml";
 
-std::string content(const fs::path& file) {
-  std::ostringstream text;
-  text << std::ifstream(file, std::ios::binary).rdbuf();
-  return text.str();
+bool three_words(void*, double* words) {
+  *words = 3;
+  return true;
 }
 
 // Calls of the interface that stop at the first error; allocates nothing itself.
 class Road {
  public:
   Road() {
-    const murmurase_host host = {nullptr,
-                                 [](void*, double* words) {
-                                   *words = 3;
-                                   return true;
-                                 },
-                                 nullptr};
+    const murmurase_host host = {nullptr, three_words, nullptr};
     step([&] { return murmurase_controller_new(&host, &controller_); });
   }
   ~Road() { murmurase_controller_free(controller_); }
@@ -121,30 +115,25 @@ class Road {
   void step(const Call& call) {
     if (error == nullptr) error = call();
   }
+  // What the function gives as its result.
+  template <typename Function, typename... Arguments>
+  murmurase_value* get(Function function, Arguments... arguments) {
+    murmurase_value* value = nullptr;
+    step([&] { return function(arguments..., &value); });
+    return value;
+  }
   murmurase_value* text(std::string_view bytes) {
-    murmurase_value* value = nullptr;
-    step([&] { return murmurase_new_text(bytes.data(), bytes.size(), &value); });
-    return value;
+    return get(murmurase_new_text, bytes.data(), bytes.size());
   }
-  murmurase_value* integer(std::int64_t number) {
-    murmurase_value* value = nullptr;
-    step([&] { return murmurase_new_integer(number, &value); });
-    return value;
-  }
+  murmurase_value* integer(std::int64_t number) { return get(murmurase_new_integer, number); }
   void set(const char* field, murmurase_value* value) {
     step([&] { return murmurase_set(controller_, field, value); });
     murmurase_value_free(value);
   }
-  murmurase_value* get(const char* field) {
-    murmurase_value* value = nullptr;
-    step([&] { return murmurase_get(controller_, field, &value); });
-    return value;
-  }
+  murmurase_value* field(const char* name) { return get(murmurase_get, controller_, name); }
   murmurase_value* call(const char* operation, std::initializer_list<murmurase_value*> arguments) {
-    murmurase_value* result = nullptr;
-    step([&] {
-      return murmurase_call(controller_, operation, arguments.begin(), arguments.size(), &result);
-    });
+    murmurase_value* result =
+        get(murmurase_call, controller_, operation, arguments.begin(), arguments.size());
     for (murmurase_value* argument : arguments) murmurase_value_free(argument);
     return result;
   }
@@ -159,7 +148,7 @@ class Road {
     murmurase_value_free(file);
   }
 
-  Failure error = nullptr;
+  murmurase_error* error = nullptr;
 
  private:
   murmurase_controller* controller_ = nullptr;
@@ -231,15 +220,11 @@ TEST_F(FaultInjection, EachStepOfAWrite) {
   const fs::path out = folder_ / "out";
   for (const char* step : {"fchmod", "fsync", "close", "rename"}) {
     std::ofstream(out) << "old";
-    int number = 0;
     failing_step = step;
-    try {
-      murmurase::system_platform().replace_file(out, "new");
-    } catch (const murmurase::Error& error) {
-      number = error.number();
-    }
+    const std::string error =
+        murmurase::test::error_of([&] { murmurase::system_platform().replace_file(out, "new"); });
     failing_step = {};
-    EXPECT_EQ(number, EIO) << step;
+    EXPECT_TRUE(error.ends_with("out: Input/output error")) << step << error;
     EXPECT_EQ(content(out), "old") << step;
     EXPECT_EQ(std::distance(fs::directory_iterator(folder_), {}), 1) << step;
   }
@@ -285,25 +270,18 @@ TEST_F(FaultInjection, EachAllocationOfTheRoad) {
     road.set("mov_file_path", road.text(movie));
     road.run("parse_xmp_from_mov", {road.text(movie)});
     road.run("build_speakers_array");
-    murmurase_value* speakers = road.get("speakers_array");
-    road.set("speakers_array", speakers);
+    road.set("speakers_array", road.field("speakers_array"));
     road.run("save_to_text", {road.integer(3), road.text(text)});
   };
   fail_each("read", read, road, text, "transcription_xml");
-  fail_each(
-      "excel",
-      [&] {
-        road.run("save_to_excel", {road.integer(3), road.text(sheet)});
-      },
-      road, sheet, nullptr);
+  const auto write = [&] { road.run("save_to_excel", {road.integer(3), road.text(sheet)}); };
+  fail_each("excel", write, road, sheet, nullptr);
   for (const std::string& file : {clip, broken}) {
-    fail_each(
-        "markers",
-        [&] {
-          road.read_clip(file);
-          road.run("create_clip_with_markers");
-        },
-        road, marked, "clip_xml");
+    const auto mark = [&] {
+      road.read_clip(file);
+      road.run("create_clip_with_markers");
+    };
+    fail_each("markers", mark, road, marked, "clip_xml");
   }
 }
 

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -15,45 +17,24 @@ namespace murmurase::test {
 // A platform of answers prepared by the test, and of what was asked of it.
 class FakePlatform : public Platform {
  public:
-  std::vector<std::string> application_support;
-  std::map<std::string, bool> directories;  // true: may be made inside
   std::string tool_output;
   int tool_status = 0;
   std::map<std::string, std::string> files;
   bool files_can_be_written = true;
   std::string marked;  // creator and path of the file whose Finder information was set
-  std::string opened;  // command and path
-  bool opening_is_accepted = true;
 
-  std::vector<std::string> application_support_directories() override {
-    return application_support;
-  }
-  std::string expand_tilde(const std::string& path) override {
-    return path.starts_with('~') ? "/home/ed" + path.substr(1) : path;
-  }
-  bool is_directory(const std::string& path) override { return directories.contains(path); }
-  void create_directory(const std::string& path) override {
-    const auto parent = directories.find(path.substr(0, path.rfind('/')));
-    if (parent == directories.end() || !parent->second) {
-      throw system_error("make the folder", path, EACCES);
-    }
-    directories[path] = true;
-  }
+  std::vector<std::string> application_support_directories() override { return {}; }
+  std::string expand_tilde(const std::string& path) override { return path; }
+  bool is_directory(const std::string&) override { return false; }
+  void create_directory(const std::string&) override {}
   ToolRun run_xmp_tool(const std::string&, const std::string&) override {
-    ToolRun run;
-    run.wait_status = tool_status;
-    tool_output.copy(run.output.room(tool_output.size() + 1).data(), tool_output.size());
-    run.output.grow(tool_output.size());
-    return run;
+    return {tool_status, buffer(tool_output)};
   }
   void end_xmp_tool() noexcept override {}
   ByteBuffer read_file(const std::string& path) override {
     const auto file = files.find(path);
     if (file == files.end()) throw system_error("read", path, ENOENT);
-    ByteBuffer bytes;
-    file->second.copy(bytes.room(file->second.size() + 1).data(), file->second.size());
-    bytes.grow(file->second.size());
-    return bytes;
+    return buffer(file->second);
   }
   void replace_file(const std::string& path, std::string_view bytes) override {
     if (!files_can_be_written) throw system_error("write", path, ENOSPC);
@@ -62,19 +43,23 @@ class FakePlatform : public Platform {
   void set_finder_info(const std::string& path, std::string_view creator) override {
     marked = fmt::format("{} {}", creator, path);
   }
-  bool open_with(const std::string& command, const std::string& path) override {
-    opened = command + " " + path;
-    return opening_is_accepted;
+  bool open_with(const std::string&, const std::string&) override { return false; }
+
+ private:
+  static ByteBuffer buffer(const std::string& bytes) {
+    ByteBuffer result;
+    bytes.copy(result.room(bytes.size() + 1).data(), bytes.size());
+    result.grow(bytes.size());
+    return result;
   }
 };
 
 class FakeHost : public HostBridge {
  public:
   double slider = 100;
-  int reloads = 0;
 
   double wordGroupingSlider_value() override { return slider; }
-  void reloadData(HostObject) override { ++reloads; }
+  void reloadData(HostObject) override {}
 };
 
 // A controller without a user interface, with all that it needs.
@@ -129,6 +114,22 @@ inline std::string numbered(fmt::format_string<int&> form, int count) {
   std::string text;
   for (int i = 0; i < count; ++i) text += fmt::format(form, i);
   return text;
+}
+
+// A document type whose entity "e10" stands for ten thousand million letters.
+inline std::string entity_bomb() {
+  std::string type = "<!DOCTYPE a [<!ENTITY e0 'h'>";
+  for (int i = 1; i <= 10; ++i) {
+    type += fmt::format("<!ENTITY e{} '", i);
+    for (int k = 0; k < 10; ++k) type += fmt::format("&e{};", i - 1);
+    type += "'>";
+  }
+  return type + "]>";
+}
+
+inline std::string content(const std::string& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 // The kind and message of the error that a call ends in; empty when it ends in none.

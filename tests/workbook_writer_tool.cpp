@@ -1,7 +1,6 @@
 // Writes the workbook that standard input describes, for the tests that read it back:
 //   workbook_writer_tool FILE
 // One call a line: "write ROW COLUMN BOLD x<text in hexadecimal>" or "set_column FIRST LAST WIDTH".
-#include <cstdio>
 #include <exception>
 #include <fstream>
 #include <iostream>
@@ -9,9 +8,7 @@
 
 #include "platform/workbook/workbook.h"
 
-namespace {
-
-std::string from_hexadecimal(const std::string& digits) {
+static std::string from_hexadecimal(const std::string& digits) {
   std::string bytes;
   for (std::size_t i = 1; i + 1 < digits.size(); i += 2) {
     bytes.push_back(static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
@@ -19,7 +16,8 @@ std::string from_hexadecimal(const std::string& digits) {
   return bytes;
 }
 
-void run(const char* path) {
+int main(int, char** argv) try {
+  std::ios::sync_with_stdio(false);
   murmurase::workbook::Workbook book;
   book.add_worksheet();
   const auto bold = book.add_format({.bold = 1});
@@ -34,26 +32,12 @@ void run(const char* path) {
       bool is_bold = false;
       std::string text;
       std::cin >> is_bold >> text;
-      if (is_bold) {
-        book.write(first, second, from_hexadecimal(text), bold);
-      } else {
-        book.write(first, second, from_hexadecimal(text));
-      }
+      book.write(first, second, from_hexadecimal(text),
+                 is_bold ? bold : murmurase::workbook::Format::normal);
     }
   }
-  std::ofstream(path, std::ios::binary) << book.close();
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-  if (argc != 2) return 2;
-  std::ios::sync_with_stdio(false);
-  try {
-    run(argv[1]);
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "%s\n", error.what());
-    return 1;
-  }
-  return 0;
+  std::ofstream(argv[1], std::ios::binary) << book.close();
+} catch (const std::exception& error) {
+  std::cerr << error.what() << '\n';
+  return 1;
 }

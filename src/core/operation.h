@@ -36,8 +36,6 @@ class OperationTable {
   // Checks the number of arguments first. Name error for an operation that is not installed.
   Value call(std::string_view name, Controller& controller, std::span<const Value> arguments) const;
 
-  const std::vector<Operation>& operations() const { return operations_; }
-
  private:
   std::vector<Operation> operations_;
 };
