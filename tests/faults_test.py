@@ -110,16 +110,6 @@ class Faults(Case):
                 self.expect_failure(*command, said=said, **limits(CORE=0, **limited))
                 self.expect_nothing_left(OLD)
 
-    def test_a_packet_cut_anywhere(self):
-        for length in range(0, len(PACKET), 29):
-            command = next(self.commands(tool=self.tool(f'exec head -c {length} "$2"')))
-            self.out.write_bytes(OLD)
-            if self.call(*command)[0] != 0:
-                self.expect_failure(*command, said=str(INTERVIEW))
-                self.expect_nothing_left(OLD)
-            else:
-                self.assertNotEqual(self.out.read_bytes(), OLD)
-
     def interrupt(self, command, number, ready):
         """Sends the signal to the program alone, once it is `ready`."""
         process = subprocess.Popen([MURMURASE, *command], stdout=subprocess.PIPE, stderr=subprocess.PIPE,

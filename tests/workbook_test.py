@@ -1,5 +1,5 @@
-"""Reads written workbooks back with xlrd, and follows the positions of rows that the records hold. Every
-other position, the replayed inputs of fuzz/workbook.cpp check."""
+"""Reads written workbooks back with xlrd, and follows the positions of rows and texts that the records hold.
+The other positions are checked where the inputs of fuzz/workbook.cpp are replayed."""
 import io
 import os
 import struct
@@ -7,6 +7,7 @@ import tempfile
 import unittest
 
 import xlrd
+from xlrd.book import unpack_SST_table
 from xlrd.compdoc import CompDoc
 
 from workbook_tool import TEXTS, cell, full_sheet, full_sheet_calls, run, write
@@ -34,14 +35,14 @@ class WorkbookTest(unittest.TestCase):
     def read(self, calls):
         book = xlrd.open_workbook(write(self.path, calls), formatting_info=True, logfile=io.StringIO())
         self.assertEqual(book.sheet_names(), ["Sheet1"])
-        self.assert_rows_are_found()
+        self.assert_positions()
         return book, book.sheet_by_index(0)
 
-    def assert_rows_are_found(self):
-        """Every DBCELL leads to the first ROW of its block, and to the first cell of each row."""
+    def assert_positions(self):
+        """Every DBCELL leads to the first ROW of its block and to the first cell of each row, EXTSST to texts."""
         found = records(self.path)
-        index = next(data for kind, data in found.values() if kind == 0x20B)
-        first, end = struct.unpack_from("<II", index, 4)
+        of_kind = lambda *kinds: [data for kind, data in found.values() if kind in kinds]
+        first, end = struct.unpack_from("<II", of_kind(0x20B)[0], 4)
         blocks = [position for position, (kind, _) in found.items() if kind == 0xD7]
         self.assertEqual(len(blocks), (end - first + 31) // 32)
         for number, position in enumerate(blocks):
@@ -56,6 +57,17 @@ class WorkbookTest(unittest.TestCase):
                 kind, data = found[place]
                 self.assertEqual((kind, data[:4]), (0xFD, found[position - start + 20 * i][1][:4]))
 
+        table, (buckets,) = of_kind(0xFC, 0x3C), of_kind(0xFF)
+        strings, _ = unpack_SST_table(table, struct.unpack_from("<I", table[0], 4)[0])
+        texts = strings[::struct.unpack_from("<H", buckets)[0]]
+        for text, (place, offset, _) in zip(texts, struct.iter_unpack("<IHH", buckets[2:]), strict=True):
+            kind, data = found[place - offset]
+            self.assertIn(kind, (0xFC, 0x3C))
+            count, wide = struct.unpack_from("<HB", data, offset - 4)
+            part = data[offset - 1:][:count << wide].decode("utf-16-le" if wide else "latin-1")
+            self.assertEqual((count, text[:len(part)]), (len(text.encode("utf-16-le")) // 2, part))
+            self.assertEqual(bool(part), bool(text))
+
     def test_texts_stay_in_any_order(self):
         texts = {(i, i % 3): text for i, text in enumerate([*TEXTS, *TEXTS[::-1], "a\r\nb\r"])}
         texts |= {(LAST_ROW, LAST_COLUMN): "the last", (70, 3): "alone", (33, 200): ""}
@@ -63,7 +75,7 @@ class WorkbookTest(unittest.TestCase):
                              + [cell(*place, text) for place, text in reversed(texts.items())])
         for place, text in texts.items():
             self.assertEqual((sheet.cell_type(*place), sheet.cell_value(*place)), (xlrd.XL_CELL_TEXT, text))
-        self.assertEqual(sum(kind == 0xFD for kind, _ in records(self.path).values()), len(texts))
+        self.assertEqual([kind for kind, _ in records(self.path).values()].count(0xFD), len(texts))
         _, sheet = self.read([])
         self.assertEqual((sheet.nrows, sheet.ncols), (0, 0))
 
@@ -71,7 +83,8 @@ class WorkbookTest(unittest.TestCase):
         for text in ("", "latin", "жизнь", "😀😀😀", "a😀b😀", "é" * 20000, "ж😀" * 9000):
             for room in range(15):
                 with self.subTest(text=text[:5], room=room):
-                    texts = ["x" * (8213 - room), text, "after", text + "я"]
+                    # Seven texts of four bytes before, so that EXTSST points to the one in question.
+                    texts = [*"1234567", "x" * (8213 - 28 - room), text, "after", text + "я"]
                     _, sheet = self.read([cell(0, i, t) for i, t in enumerate(texts)])
                     self.assertEqual(sheet.row_values(0), texts)
 

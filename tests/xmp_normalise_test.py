@@ -282,12 +282,9 @@ class XmpNormaliseTest(Case):
 
     def test_details_of_speakers(self):
         self.write("clip.xmp", words(*(word(f"w{i}") for i in range(9)), word("x y", speaker="B")))
-        command = [MURMURASE, "speakers", "--details", "clip.xmp"]
-        self.assertEqual(run(*command, **self.options)[1],
+        self.assertEqual(run(MURMURASE, "speakers", "--details", "clip.xmp", **self.options)[1],
                          "Speaker  Words  First words\nA        9      w0 w1 w2 w3 w4 w5 w6 w7\n"
                          "B        1      x y\n")
-        self.assertEqual(json.loads(run(*command, "--json", **self.options)[1])[1],
-                         {"Speaker": "B", "Name": None, "Words": 1, "FirstWords": "x y"})
 
     def test_inspect(self):
         self.write("clip.xmp", packet(
