@@ -34,16 +34,11 @@ class XmpToolTest(Case):
                 raw = self.expect("get", "--raw", name).encode()
                 self.assertTrue(raw == expected if expected else raw in SAMPLE and len(raw) > 6000)
 
-    def test_names(self):
+    def test_names_like_options(self):
         sample = self.expect("get", self.write("sample.mov", SAMPLE))
-        for name in ("it's \"$HOME\" `x`.mov", "two\nlines\t.mov", "-x.mov", "--long=a.mov",
-                     "[a,b]{}%.mov", "Дмитрий.mov", b"latin-\xe9.mov"):
-            with self.subTest(name):
-                try:
-                    self.write(name, SAMPLE)
-                except OSError:
-                    continue  # Not every file system takes every name.
-                self.assertEqual([self.expect("get", name), self.expect("get", "--", name)], [sample] * 2)
+        for name in "-x.mov", "--long=a.mov", "--raw.mov":
+            self.write(name, SAMPLE)
+            self.assertEqual([self.expect("get", name), self.expect("get", "--", name)], [sample] * 2)
 
     def test_failures(self):
         deep = b"".join((8 * n).to_bytes(4, "big") + (b"trak" if n < 99_999 else b"moov")
