@@ -47,7 +47,7 @@ class XmpToolTest(Case):
         for name, content, *said in (
                 ("gone.mov", None, '"gone.mov"', "No such file"), ("sub.mov", None, "folder"),
                 ("/dev/null", None, "regular file"), ("", None, '""'),
-                ("a\nb\r\x1b\u2028\u0085.mov", None, r'"a\nb\r\x1b\xe2\x80\xa8\xc2\x85.mov"'),
+                ("a\n\t\\\r\x1b\u2028\u0085.mov", None, r'"a\n\t\\\r\x1b\xe2\x80\xa8\xc2\x85.mov"'),
                 (b"\xff.mov", None, r'"\xff.mov"'),
                 ("empty.mov", b"", "empty"), ("text.mov", b"Dear diary,\n" * 99, "not a movie"),
                 ("zero.mov", bytes(5000), "not a movie"),
