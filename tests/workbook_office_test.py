@@ -11,34 +11,24 @@ import xlrd
 from workbook_tool import TEXTS, cell, full_sheet, full_sheet_calls, write
 
 
-def libreoffice(directory, source, kind):
-    """Converts to "csv" or "xls"; returns the new file's path."""
-    filters = {"csv": "csv:Text - txt - csv (StarCalc):44,34,76", "xls": "xls"}
-    output = os.path.join(directory, "libreoffice")
-    subprocess.run(["soffice", f"-env:UserInstallation=file://{directory}/profile", "--headless",
-                    "--convert-to", filters[kind], "--outdir", output, source],
-                   check=True, capture_output=True, timeout=300)
-    return os.path.join(output, f"book.{kind}")
-
-
-def gnumeric(directory, source, kind):
-    exporter = {"csv": "Gnumeric_stf:stf_csv", "xls": "Gnumeric_Excel:excel_biff8"}
-    path = os.path.join(directory, f"gnumeric.{kind}")
-    done = subprocess.run(["ssconvert", "-T", exporter[kind], source, path], check=True,
-                          capture_output=True, text=True, timeout=300)
-    assert not done.stderr, done.stderr
-    return path
-
-
 class OfficeTest(unittest.TestCase):
-    def for_each_suite(self, kind, calls):
-        with tempfile.TemporaryDirectory() as directory:
-            source = write(os.path.join(directory, "book.xls"), calls)
-            for convert in (libreoffice, gnumeric):
-                yield convert(directory, source, kind)
+    def converted(self, kind, calls):
+        """The paths of what each suite makes of the workbook, "csv" or "xls"."""
+        folder = self.enterContext(tempfile.TemporaryDirectory())
+        source, gnumeric = write(f"{folder}/book.xls", calls), f"{folder}/gnumeric.{kind}"
+        for command in (
+                ["soffice", f"-env:UserInstallation=file://{folder}/profile", "--headless", "--convert-to",
+                 {"csv": "csv:Text - txt - csv (StarCalc):44,34,76", "xls": "xls"}[kind],
+                 "--outdir", f"{folder}/libreoffice", source],
+                ["ssconvert", "-T", {"csv": "Gnumeric_stf:stf_csv", "xls": "Gnumeric_Excel:excel_biff8"}[kind],
+                 source, gnumeric]):
+            done = subprocess.run(command, check=True, capture_output=True, timeout=300)
+            if command[0] == "ssconvert":
+                self.assertEqual(done.stderr, b"")
+        return f"{folder}/libreoffice/book.{kind}", gnumeric
 
     def assert_shows(self, rows, calls):
-        for path in self.for_each_suite("csv", calls):
+        for path in self.converted("csv", calls):
             with open(path, newline="", encoding="utf-8") as file:
                 found = list(csv.reader(file))
             self.assertEqual(len(found), len(rows), path)
@@ -47,8 +37,7 @@ class OfficeTest(unittest.TestCase):
 
     def test_texts(self):
         rows = [[text, "|"] for text in TEXTS]
-        self.assert_shows(rows, [cell(r, c, text) for r, row in enumerate(rows)
-                                 for c, text in enumerate(row)])
+        self.assert_shows(rows, [cell(r, c, text) for r, row in enumerate(rows) for c, text in enumerate(row)])
 
     def test_full_sheet(self):
         self.assert_shows(list(full_sheet()), full_sheet_calls())
@@ -56,7 +45,7 @@ class OfficeTest(unittest.TestCase):
     def test_formats_and_widths_survive_a_save(self):
         calls = [cell(0, 0, "head", bold=True), cell(1, 0, "12"), cell(1, 1, "=1+1"), cell(1, 2, ""),
                  cell(1, 3, "https://example.org/"), "set_column 0 1 11", "set_column 3 3 40"]
-        for path in self.for_each_suite("xls", calls):
+        for path in self.converted("xls", calls):
             book = xlrd.open_workbook(path, formatting_info=True, logfile=io.StringIO())
             sheet = book.sheet_by_index(0)
             self.assertEqual(book.sheet_names(), ["Sheet1"])
