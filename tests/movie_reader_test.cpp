@@ -134,9 +134,10 @@ TEST(MovieReader, TextsToTheLetter) {
                                                        {"<![CDATA[ <x> ]]>&e;", " <x> inner "},
                                                        {"&e;", "inner "},
                                                        {"&undeclared;z", "z"}};
+  const std::string type = "<!DOCTYPE x [<!ENTITY f 'in'><!ENTITY e '&f;<b>ner</b> '>]>";
   for (const auto& [written, expected] : cases) {
     const std::string document = packet("&e;" + speech({{"&e;", "0", "1", written}}));
-    EXPECT_EQ(first_speaker(with_type("<!DOCTYPE x [<!ENTITY e 'inner '>]>", document)), expected);
+    EXPECT_EQ(first_speaker(with_type(type, document)), expected);
   }
   const std::string elsewhere = packet(speech({{"", "0", "1", "&e;A"}}));
   EXPECT_EQ(first_speaker(with_type("<!DOCTYPE x SYSTEM 'elsewhere.dtd'>", elsewhere)), "A");
@@ -174,6 +175,9 @@ TEST(MovieReader, CutAtEveryByte) {
 TEST(MovieReader, HostileDocumentsEndInAnError) {
   const std::pair<std::string, const char*> cases[] = {
       {with_type(entity_bomb(), packet(speech({{"&e10;", "0", "1", "A"}}))),
+       "expand without measure"},
+      {with_type("<!DOCTYPE a [<!ENTITY e '" + std::string(60'000, 'x') + "'>]>",
+                 packet(speech({{numbered("&e;", 20), "0", "1", "A"}}))),
        "expand without measure"},
       {packet(numbered("<d{}>", 1000)), "nested too deep"},
       {packet("<d " + numbered("a{}='' ", 20'000) + "/>"), "more than 1,000 attributes"},
