@@ -2,7 +2,6 @@
 
 #include <exempi/xmp.h>
 #include <exempi/xmpconsts.h>
-#include <exempi/xmperrors.h>
 
 #include <algorithm>
 #include <array>
@@ -103,28 +102,6 @@ bool is_movie_or_sound(XmpFileType type) {
   return std::find(types.begin(), types.end(), type) != types.end();
 }
 
-const char* reason(int error) {
-  switch (error) {
-    case XMPErr_BadXML:
-      return "it is not well-formed XML";
-    case XMPErr_BadRDF:
-      return "its RDF is not valid";
-    case XMPErr_BadXMP:
-      return "its properties are not valid XMP";
-    case XMPErr_BadUnicode:
-      return "its text is not valid Unicode";
-    case XMPErr_NoMemory:
-      return "there is not enough memory for it";
-    default:
-      return "libexempi cannot read it";
-  }
-}
-
-[[noreturn]] void fail_to_parse(const fs::path& file, int error) {
-  fail("cannot read the XMP packet of {}: {} (libexempi error {}); have it written again",
-       quoted_name(file), reason(error), error);
-}
-
 // The packet embedded in `movie` as libexempi finds it, empty if there is none.
 std::string extract_packet(const fs::path& movie) {
   // The XMP alone: reconciling it with the movie's own headers would replace its duration's scale.
@@ -138,7 +115,9 @@ std::string extract_packet(const fs::path& movie) {
   const XmpString bytes(xmp_string_new());
   XmpPacketInfo info{};
   if (xmp_files_get_xmp_xmpstring(file.get(), bytes.get(), &info)) return std::string(view(bytes));
-  if (const int error = xmp_get_error(); error != 0) fail_to_parse(movie, error);
+  if (const int error = xmp_get_error(); error != 0)
+    fail("cannot read the XMP packet of {}: libexempi error {}; have it written again",
+         quoted_name(movie), error);
   return {};
 }
 
