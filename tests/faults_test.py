@@ -14,7 +14,8 @@ import unittest
 from support import CLIP, INTERVIEW, MURMURASE, PACKET, PLAIN_TOOL, Case, run
 
 OLD = b"what was there before"
-signal.signal(signal.SIGHUP, signal.SIG_DFL)  # also under nohup, which has all that it starts ignore it
+for ignored in signal.SIGHUP, signal.SIGINT, signal.SIGQUIT:  # by nohup, and by a shell's background jobs
+    signal.signal(ignored, signal.SIG_DFL)
 # A sanitizer takes more than there is, and macOS heeds no such limit.
 ADDRESS_SPACE_CAN_BE_LIMITED = sys.platform == "linux" and "MURMURASE_SANITIZED" not in os.environ
 
