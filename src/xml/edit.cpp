@@ -157,9 +157,10 @@ std::string serialize(const XmlDocument& document, std::string_view what) {
       document->encoding == nullptr || xmlStrcasecmp(document->encoding, as_xml("UTF-8")) == 0;
   if (recovered || !in_utf8) {
     const Recovery reread = recover(output.bytes, clip_limit, Blanks::keep, Wanted::never);
-    if (!reread.well_formed && recovered) fail(reread.first_problem);
+    const std::string reason = reread.limit != nullptr ? reread.limit : reread.first_problem;
+    if (!reread.well_formed && recovered) fail(reason);
     if (!reread.well_formed) {
-      fail(fmt::format("{}; save the clip in UTF-8, not {}", reread.first_problem,
+      fail(fmt::format("{}; save the clip in UTF-8, not {}", reason,
                        printable(as_char(document->encoding))));
     }
   }
