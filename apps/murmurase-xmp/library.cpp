@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <new>
 #include <utility>
 
 #include "failure.h"
@@ -17,6 +18,7 @@ constexpr rlim_t most_time = 60;                   // seconds
 
 int standard_error = -1;  // a copy, while libexempi must not write there
 std::string last_words;
+bool out_of_memory = false;
 
 void hush() {
   standard_error = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
@@ -35,6 +37,11 @@ void give_up(int /*signal*/) {
   [[maybe_unused]] const ssize_t written =
       write(standard_error, last_words.data(), last_words.size());
   _exit(1);
+}
+
+void note_and_fail() {
+  out_of_memory = true;
+  throw std::bad_alloc();
 }
 
 // Lowers a limit, and gives what it was.
@@ -70,6 +77,8 @@ Library::~Library() {
 Bounds::Bounds(std::string failure) {
   last_words = std::move(failure);
   std::signal(SIGXCPU, give_up);
+  out_of_memory = false;
+  std::set_new_handler(note_and_fail);
 #ifdef __SANITIZE_ADDRESS__  // It keeps terabytes for itself.
   memory_ = lower(RLIMIT_DATA, RLIM_INFINITY);
 #else
@@ -78,7 +87,10 @@ Bounds::Bounds(std::string failure) {
   time_ = lower(RLIMIT_CPU, seconds_so_far() + most_time);
 }
 
+bool Bounds::memory_ran_out() { return out_of_memory; }
+
 Bounds::~Bounds() {
+  std::set_new_handler(nullptr);
   setrlimit(RLIMIT_DATA, &memory_);
   setrlimit(RLIMIT_CPU, &time_);
   std::signal(SIGXCPU, SIG_DFL);

@@ -102,6 +102,13 @@ bool is_movie_or_sound(XmpFileType type) {
   return std::find(types.begin(), types.end(), type) != types.end();
 }
 
+// What libexempi stopped at, of which itself it tells a number.
+std::string reason() {
+  if (Bounds::memory_ran_out())
+    return "libexempi would need more than the 512 MiB that it may take";
+  return fmt::format("libexempi error {}", xmp_get_error());
+}
+
 // The packet embedded in `movie` as libexempi finds it, empty if there is none.
 std::string extract_packet(const fs::path& movie) {
   // The XMP alone: reconciling it with the movie's own headers would replace its duration's scale.
@@ -109,15 +116,13 @@ std::string extract_packet(const fs::path& movie) {
   const Bounds bounds("murmurase-xmp: cannot read " + quoted_name(movie) +
                       ": libexempi was still searching it after a minute; check that it plays\n");
   const XmpFile file(xmp_files_open_new(movie.c_str(), options));
-  if (!file)
-    fail("cannot read {}: libexempi cannot open it (error {}); check that it plays",
-         quoted_name(movie), xmp_get_error());
+  if (!file) fail("cannot read {}: {}; check that it plays", quoted_name(movie), reason());
   const XmpString bytes(xmp_string_new());
   XmpPacketInfo info{};
   if (xmp_files_get_xmp_xmpstring(file.get(), bytes.get(), &info)) return std::string(view(bytes));
-  if (const int error = xmp_get_error(); error != 0)
-    fail("cannot read the XMP packet of {}: libexempi error {}; have it written again",
-         quoted_name(movie), error);
+  if (xmp_get_error() != 0)
+    fail("cannot read the XMP packet of {}: {}; have it written again", quoted_name(movie),
+         reason());
   return {};
 }
 
