@@ -49,7 +49,8 @@ TEST(Operations, CountsAndKindsOfArguments) {
 TEST(Fields, TakeOnlyTheirKind) {
   ControllerState state;
   const Record entry = {{"Name", {}}, {"Speaker", text}};
-  const Record nameless = {{"Speaker", text}};
+  const Record unnamed = {{"Speaker", text}};
+  const Record unsaid = {{"Name", text}};
   const Record numbered = {{"Speaker", real}, {"Name", {}}};
   const struct {
     const char* field;
@@ -63,8 +64,8 @@ TEST(Fields, TakeOnlyTheirKind) {
       {"clip_xml", text, "3: clip_xml must be an XML document, not text"},
       {"transcription_xml", text, "3: transcription_xml must be an XML element, not text"},
       {"speakersTableView", {true}, "3: speakersTableView must be a host object, not a boolean"},
-      {"speakers_array", {List{{entry}}}, ""},
-      {"speakers_array", {List{{nameless}}}, "2: a record of speakers_array lacks \"Name\""},
+      {"speakers_array", {List{{entry}, {unnamed}}}, ""},
+      {"speakers_array", {List{{unsaid}}}, "2: a record of speakers_array lacks \"Speaker\""},
       {"speakers_array",
        {List{{numbered}}},
        "3: \"Speaker\" of speakers_array must be text, not a real"},
@@ -77,7 +78,7 @@ TEST(Fields, TakeOnlyTheirKind) {
   }
   EXPECT_EQ(state.frame_rate, 30.0);
   EXPECT_EQ(state.in, 2);
-  EXPECT_EQ(state.speakers_array->size(), 1U);
+  EXPECT_EQ(state.speakers_array->size(), 2U);
   set_field(state, "frame_rate", {});
   EXPECT_EQ(state.frame_rate, std::nullopt);
 }

@@ -30,6 +30,7 @@ TEST(Numbers, DecimalAtTheStartOfAText) {
     EXPECT_EQ(leading_double(text), value) << text;
     EXPECT_EQ(leading_double_with_underscores(text), value) << text;
   }
+  EXPECT_FALSE(std::signbit(leading_double("-x")));
   EXPECT_EQ(leading_double("1_000.2_5"), 1);
   EXPECT_EQ(leading_double_with_underscores("1_000.2_5"), 1000.25);
   EXPECT_EQ(leading_double("9007199254740993"), 9007199254740992.0);

@@ -70,8 +70,10 @@ TEST_F(PlatformTest, ApplicationSupport) {
     std::string data_home;
     std::string home;
     std::string directory;
-  } cases[] = {
-      {path("data"), "", path("data")}, {"relative", home, "~/.local/share"}, {"", "relative", ""}};
+  } cases[] = {{path("data"), "", path("data")},
+               {"relative", home, "~/.local/share"},
+               {"", "relative", ""},
+               {"/dev/null/data", home, ""}};
   for (const auto& each : cases) {
     setenv("XDG_DATA_HOME", each.data_home.c_str(), 1);
     setenv("HOME", each.home.c_str(), 1);
@@ -80,9 +82,12 @@ TEST_F(PlatformTest, ApplicationSupport) {
   }
   unsetenv("HOME");
   EXPECT_TRUE(platform_.application_support_directories().empty());
-  // The default is made when it is missing; what the user names is taken as it is.
   EXPECT_TRUE(fs::is_directory(home + "/.local/share"));
-  EXPECT_FALSE(fs::exists(path("data")));
+  EXPECT_TRUE(fs::is_directory(path("data")));
+  platform_.create_directory(path("data"));  // as where another process made it meanwhile
+  std::ofstream(path("file")).close();
+  EXPECT_TRUE(is_error(error_of([&] { platform_.create_directory(path("file")); }),
+                       ErrorKind::system, "File exists"));
 }
 
 TEST_F(PlatformTest, ReadsFiles) {

@@ -76,7 +76,7 @@ TEST(Grouping, Phrases) {
        100,
        "A cafe  1.5-1.75|"},
       {{{" x ", "135000", "", "A"}}, "f90000", 100, "A  x  1.5-1.5|"},
-      {{{"", "x", "1e3", "A"}}, " +f1000s1", 100, "A  0-1|"},
+      {{{"", "x", "1e3", "A"}}, " +f1000 fps", 100, "A  0-1|"},
   };
   for (const auto& [words, time_base, grouping, phrases] : cases) {
     Desk desk;

@@ -92,8 +92,8 @@ MURMURASE_API void murmurase_error_free(murmurase_error* error);
  * a second call ends in a type error and leaves the installed operations in place.
  *
  * Application Support is the system's own on macOS; elsewhere $XDG_DATA_HOME when that is an absolute
- * path, else ~/.local/share, which is made when it is missing. Without any such directory (no $HOME, or
- * one that nothing can be made in) start-up succeeds, and only the export that writes into the working
+ * path, else ~/.local/share; it is made when it is missing. Without any such directory (no $HOME, or
+ * nothing can be made there) start-up succeeds, and only the export that writes into the working
  * folder fails. Start-up fails when the working folder cannot be made in a directory that is there.
  */
 MURMURASE_API void Init_murmurase_algorithm(void);
@@ -231,7 +231,7 @@ MURMURASE_API void murmurase_controller_free(murmurase_controller* controller);
  *   displayformat      text                  "DF" (drop-frame) or "NDF" (non-drop-frame)
  *   first_frame        real                  frame count of the movie's start timecode
  *   transcription_xml  XML element           the element of the "Speech" track
- *   speakers_array     list of records       "Speaker": text, "Name": text or null
+ *   speakers_array     list of records       "Speaker": text, "Name": text, null or left out
  *   words_array        list of records       "time_in", "time_out": real, seconds; "words",
  *                                            "speaker": text
  *   clip_xml           XML document          the clip as read

@@ -22,16 +22,21 @@ const T& as(const Value& value, std::string_view what, std::string_view wanted) 
   return *held;
 }
 
-const Value& entry(const Value& value, std::string_view what, std::string_view key) {
-  for (const Entry& candidate : as<Record>(value, what, "a record")) {
-    if (candidate.key == key) return candidate.value;
+// Whether the record has the key; the target then has its value.
+template <typename T>
+bool read_entry_if_any(const Value& value, std::string_view what, std::string_view key, T& target) {
+  for (const Entry& entry : as<Record>(value, what, "a record")) {
+    if (entry.key != key) continue;
+    from_value(entry.value, fmt::format("\"{}\" of {}", key, what), target);
+    return true;
   }
-  throw Error(ErrorKind::name, fmt::format("a record of {} lacks \"{}\"", what, key));
+  return false;
 }
 
 template <typename T>
 void read_entry(const Value& value, std::string_view what, std::string_view key, T& target) {
-  from_value(entry(value, what, key), fmt::format("\"{}\" of {}", key, what), target);
+  if (read_entry_if_any(value, what, key, target)) return;
+  throw Error(ErrorKind::name, fmt::format("a record of {} lacks \"{}\"", what, key));
 }
 
 }  // namespace
@@ -104,7 +109,7 @@ void from_value(const Value& value, std::string_view what, HostObject& target) {
 
 void from_value(const Value& value, std::string_view what, SpeakerEntry& target) {
   read_entry(value, what, "Speaker", target.speaker);
-  read_entry(value, what, "Name", target.name);
+  if (!read_entry_if_any(value, what, "Name", target.name)) target.name.reset();
 }
 
 void from_value(const Value& value, std::string_view what, WordGroup& target) {

@@ -70,7 +70,7 @@ double leading_double(std::string_view text, bool underscores) {
   } else if (digits <= 15 && cursor.peek() != 'e' && cursor.peek() != 'E') {
     // Exact, and what nearly every time is.
     const auto value = static_cast<double>(leading_integer(number));
-    return value == 0 && number.starts_with('-') ? -0.0 : value;
+    return value == 0 && digits > 0 && number.starts_with('-') ? -0.0 : value;
   }
   if (digits == 0) return 0.0;
   if (cursor.peek() == 'e' || cursor.peek() == 'E') {

@@ -10,6 +10,7 @@
 #include "model/speaker_list.h"
 #include "model/word_grouping.h"
 #include "platform/platform.h"
+#include "platform/workbook/biff8.h"
 #include "platform/workbook/workbook.h"
 
 namespace murmurase {
@@ -23,6 +24,8 @@ struct Column {
 // A timecode and a speaker's label fit into the first three.
 constexpr Column columns[] = {
     {"Time In", 11}, {"Time Out", 11}, {"Speaker", 10}, {"Transcript", 50}, {"File Path", 0}};
+
+constexpr std::size_t most_phrases = workbook::biff8::max_rows - 1;  // the header is a row too
 
 void write_header(workbook::Workbook& book) {
   const workbook::Format bold = book.add_format({.bold = true});
@@ -42,6 +45,16 @@ void write_path(workbook::Workbook& book, std::size_t row, const std::string& pa
   }
 }
 
+// Half an hour of one speaker may be more than a cell holds.
+void write_words(workbook::Workbook& book, std::size_t row, const std::string& words) {
+  try {
+    book.write(row, 3, words);
+  } catch (const Error& error) {
+    if (words.size() <= workbook::biff8::max_text_units) throw;
+    throw Error(error.kind(), fmt::format("{}: group fewer words into each phrase", error.what()));
+  }
+}
+
 void write_phrases(workbook::Workbook& book, const Controller& controller) {
   const SpeakerLookup speakers(*controller.speakers_array);
   std::size_t row = 0;
@@ -51,7 +64,7 @@ void write_phrases(workbook::Workbook& book, const Controller& controller) {
     book.write(row, 1, time_label(controller, phrase.time_out));
     write_path(book, row, required(controller.mov_file_path, "mov_file_path"));
     book.write(row, 2, display_name(speakers.get(phrase.speaker)));
-    book.write(row, 3, phrase.words);
+    write_words(book, row, phrase.words);
   }
 }
 
@@ -59,6 +72,13 @@ void write_phrases(workbook::Workbook& book, const Controller& controller) {
 
 void save_to_excel(Controller& controller, std::int64_t grouping, const std::string& path) {
   build_words_array(controller, grouping);
+  const std::size_t phrases = required(controller.words_array, "words_array").size();
+  if (phrases > most_phrases) {
+    throw Error(ErrorKind::range,
+                fmt::format("{} phrases are more than the {} that a workbook takes as rows; group "
+                            "more words into each",
+                            phrases, most_phrases));
+  }
   workbook::Workbook book;
   book.add_worksheet();
   write_header(book);

@@ -21,9 +21,10 @@ double time_base_divisor(std::string_view text) {
   if (const std::size_t f = digits.find('f'); f != std::string::npos) digits.erase(f, 1);
   const std::int64_t units = leading_integer(digits);
   // "f30000s1001" counts 30000 / 1001 units per second.
-  const std::size_t s = digits.find('s');
-  const bool fractional =
-      s != std::string::npos && leading_integer(std::string_view(digits).substr(s + 1)) != 1;
+  const std::size_t end =
+      digits.find_first_not_of("0123456789", digits.find_first_of("0123456789"));
+  const bool fractional = end != std::string::npos && digits[end] == 's' &&
+                          leading_integer(std::string_view(digits).substr(end + 1)) > 1;
   if (units <= 0 || units % 1000 != 0 || fractional) {
     throw Error(ErrorKind::range,
                 fmt::format("the transcription's time base \"{}\" is not a whole multiple of 1000 "

@@ -206,7 +206,7 @@ void replace_file(const std::string& path, std::string_view bytes) {
   const HeldSignals held;  // one that ends the process must not leave the new file behind
   // Until it has the replaced file's permissions, nobody else may read it.
   FileDescriptor file = create_beside(target, exists ? 0600 : 0666, new_path);
-  if (file.get() < 0) throw system_error(action, path, errno);
+  if (file.get() < 0) throw system_error(exists ? "make a new file beside" : action, path, errno);
   const int error = fill_and_rename(file, new_path, bytes, exists ? &status : nullptr, target);
   if (error != 0) {
     unlink(new_path.c_str());

@@ -132,18 +132,18 @@ int wait_for_tool(pid_t child, int& status) {
 
 class PosixPlatform : public Platform {
  public:
-  // ~/.local/share may not be there yet on a new account; its own standard says that whoever writes
-  // into it first makes it. Where it cannot be made there is no home to keep anything in.
+  // ~/.local/share, or what $XDG_DATA_HOME names in its place, may not be there yet; their standard says
+  // that whoever writes into it first makes it. Where it cannot be made nothing can be kept.
   std::vector<std::string> application_support_directories() override {
 #ifdef __APPLE__
     const std::string directory = "~/Library/Application Support";
 #else
-    const std::string directory = "~/.local/share";
     const char* data_home = std::getenv("XDG_DATA_HOME");
-    if (data_home != nullptr && *data_home == '/') return {data_home};
+    const bool named = data_home != nullptr && *data_home == '/';
+    const std::string directory = named ? data_home : "~/.local/share";
 #endif
     const std::string expanded = expand_tilde(directory);
-    if (expanded == directory) return {};
+    if (!expanded.starts_with('/')) return {};
     std::error_code error;
     std::filesystem::create_directories(expanded, error);
     if (!is_directory(expanded)) return {};
@@ -163,7 +163,10 @@ class PosixPlatform : public Platform {
   }
 
   void create_directory(const std::string& path) override {
-    if (mkdir(path.c_str(), 0777) != 0) throw system_error("make the folder", path, errno);
+    if (mkdir(path.c_str(), 0777) == 0) return;
+    const int error = errno;
+    if (error == EEXIST && is_directory(path)) return;  // another process was faster
+    throw system_error("make the folder", path, error);
   }
 
   ToolRun run_xmp_tool(const std::string& command, const std::string& movie_path) override {
