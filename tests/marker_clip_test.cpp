@@ -209,7 +209,7 @@ TEST(MarkerClip, FailuresKeepTheWorkingCopy) {
       {sample, [](ClipDesk& desk) { desk.platform.files_can_be_written = false; }, Kind::system,
        "write out.xml", 2},
       {sample_with("kept", "not -- XML"), no_change, Kind::xml,
-       "the clip clip.xml cannot be written as XML: ", 2},
+       "XML: Double hyphen within comment; correct that in the clip", 2},
   };
   for (const auto& each : cases) {
     ClipDesk desk(words, each.clip);

@@ -108,8 +108,10 @@ MarkerExport export_markers(Controller& controller, const std::string& clip,
     const Value opened = controller.call("create_clip_with_markers", {});
     return {repaired, to_json(opened.get()) == true};
   } catch (const Failure& failure) {
-    if (target != nullptr) throw target->renamed(failure);
-    throw;
+    const Failure named = target != nullptr ? target->renamed(failure) : failure;
+    if (repaired.empty()) throw named;
+    // What the clip seems to lack may be what the repair could not save.
+    throw Failure(fmt::format("{} (the clip was repaired in memory: {})", named.what(), repaired));
   }
 }
 

@@ -158,7 +158,7 @@ std::string serialize(const XmlDocument& document, std::string_view what) {
   if (recovered || !in_utf8) {
     const Recovery reread = recover(output.bytes, clip_limit, Blanks::keep, Wanted::never);
     const std::string reason = reread.limit != nullptr ? reread.limit : reread.first_problem;
-    if (!reread.well_formed && recovered) fail(reason);
+    if (!reread.well_formed && recovered) fail(reason + "; correct that in the clip");
     if (!reread.well_formed) {
       fail(fmt::format("{}; save the clip in UTF-8, not {}", reason,
                        printable(as_char(document->encoding))));

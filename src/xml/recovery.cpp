@@ -1,6 +1,5 @@
 #include "xml/recovery.h"
 
-#include <fmt/format.h>
 #include <libxml/SAX2.h>
 
 #include <new>
@@ -72,10 +71,8 @@ void count_parts(xmlParserCtxt& context, Problems& problems) {
 
 // The parser's words end in a line feed, and after one may quote the bytes.
 std::string in_one_line(const xmlError& problem) {
-  std::string_view words = problem.message != nullptr ? problem.message : "unknown problem";
-  words = words.substr(0, words.find('\n'));
-  return problem.line > 0 ? fmt::format("{} (line {})", printable(words), problem.line)
-                          : printable(words);
+  const std::string_view words = problem.message != nullptr ? problem.message : "unknown problem";
+  return printable(words.substr(0, words.find('\n')));
 }
 
 void note_problem(void* data, Problem* problem) noexcept {

@@ -15,7 +15,7 @@ struct Recovery {
   std::vector<int>
       problem_lines;            // each problem's line of the bytes, from 1, in the order reported;
                                 // 0 for a problem without a place. Not one line twice in a row.
-  std::string first_problem;    // "the parser's words (line 5)"; empty without problems
+  std::string first_problem;    // the parser's words; empty without problems
   const char* limit = nullptr;  // the limit against hostile documents at which the document ends
   bool well_formed = false;
 };
