@@ -5,6 +5,7 @@ import json
 import os
 import pathlib
 import pty
+import resource
 import subprocess
 import unittest
 import xml.etree.ElementTree
@@ -101,7 +102,11 @@ class CommandLine(Case):
 
     def test_what_is_read_is_never_overwritten(self):
         movie, clip = self.write("take.txt", PACKET), self.write("take.xml", CLIP.read_bytes())
-        for arguments in (["text", movie, movie], ["excel", movie, movie], ["markers", movie, clip, clip],
+        names = self.write("names.json", "[]")
+        sidecar = self.write("interview.xmp", PACKET)
+        self.write("interview.mov", "")
+        for arguments in (["text", "interview.mov", sidecar], ["text", INTERVIEW, names, "--names", names],
+                          ["text", movie, movie], ["excel", movie, movie], ["markers", movie, clip, clip],
                           ["export", movie, "--out", self.folder],
                           ["export", INTERVIEW, "./take.txt", "--out", self.folder, "--clip", clip]):
             self.expect_failure(*arguments, "--xmp-tool", PLAIN_TOOL, said="would be overwritten")
@@ -150,6 +155,17 @@ class CommandLine(Case):
         movie_of = lambda name: xlrd.open_workbook(out / name).sheet_by_index(0).cell_value(1, 4)
         self.assertEqual([movie_of(name) for name in ("take.xls", "Take-3.xls", "take-2.xls")], movies[:3])
 
+    def test_export_waits_for_what_the_system_gives(self):
+        few = lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (20, 20))
+        printed = self.expect("export", *[INTERVIEW] * 40, "--jobs=40", "--out=o", preexec_fn=few)
+        self.assertEqual(len(printed.splitlines()), 40)
+
+    def test_export_goes_on_with_the_other_outputs(self):
+        (self.folder / "o/interview.xls").mkdir(parents=True)
+        self.expect_failure("export", INTERVIEW, "--out=o", "--clip", CLIP,
+                            said=(f"{INTERVIEW}: ", "written: interview.txt interview.xml"))
+        self.expect_failure("export", INTERVIEW, "--out=o", "--clip=none", said="the clip none: No such")
+
     def test_progress_on_a_terminal(self):
         master, terminal = pty.openpty()
         done = self.call("export", INTERVIEW, "--out", "o", stdout=terminal)
@@ -175,7 +191,7 @@ class CommandLine(Case):
                 (silent, [], "no speech transcription"),
                 (silent, with_tool('echo a warning >&2; exec cat "$2"'), "no speech transcription"),
                 (INTERVIEW, ["--name", "Bob=B"], '"Bob" to name; its speakers are "Speaker 1", "Speaker 2"'),
-                (INTERVIEW, ["--names", "/none"], "/none cannot be opened"),
+                (INTERVIEW, ["--names", "/none"], "names file /none: No such file"),
                 (INTERVIEW, ["--names", bad_names], "speakers --json")):
             for command in (["speakers"], ["phrases"], ["text"]):
                 out = ["out.txt"] if command == ["text"] else []
@@ -204,8 +220,12 @@ class CommandLine(Case):
                           ["speakers", INTERVIEW, "--other"],
                           *(["phrases", INTERVIEW, "--words", words] for words in ("0", "x", "1.5")),
                           ["phrases", INTERVIEW, "--name", "x"], ["timecode", "label", "1"],
-                          ["timecode", "label", "x", "--rate=25"], ["timecode", "label", "1", "--rate=0"]):
+                          ["timecode", "label", "x", "--rate=25"], ["timecode", "label", "1", "--rate=0"],
+                          ["timecode", "clock", "--", "-1"], ["timecode", "frames", "1:2:3:4:5", "--rate=25"],
+                          ["timecode", "frames", "hello", "--rate=25"], ["markers", INTERVIEW, CLIP, ""]):
             self.expect_failure(*arguments, status=2)
+        self.expect_failure("speak", "x", status=2, said="speak is neither")
+        self.expect_failure("speakers", "-d.mov", status=2, said="./-d.mov")
 
     def test_help_version_and_numbers(self):
         self.assertRegex(self.expect("--version"), r"\Amurmurase \d+\.\d+\.\d+\n\Z")
@@ -217,12 +237,16 @@ class CommandLine(Case):
 
     def test_start_up_failure_and_a_home_without_anything(self):
         self.write("Fernwork", "")
-        self.expect_failure("speakers", INTERVIEW, said="Fernwork",
-                            env={**os.environ, "XDG_DATA_HOME": str(self.folder)})
+        blocked = {**os.environ, "XDG_DATA_HOME": str(self.folder)}
+        self.expect_failure("markers", INTERVIEW, CLIP, said="Fernwork", env=blocked)
+        self.expect("markers", INTERVIEW, CLIP, "out.xml", env={**blocked, "TMPDIR": "."})
+        self.assertTrue((self.folder / "out.xml").exists())
         fresh = {key: value for key, value in os.environ.items() if key != "XDG_DATA_HOME"}
         for home in (str(self.folder / "home"), "/dev/null", ""):
             self.expect("speakers", INTERVIEW, env={**fresh, "HOME": home})
-        self.assertTrue((self.folder / "home/.local/share/Fernwork").is_dir())
+        self.assertFalse((self.folder / "home").exists())
+        self.expect("markers", INTERVIEW, CLIP, env={**fresh, "HOME": str(self.folder / "home")})
+        self.assertTrue((self.folder / "home/.local/share/Fernwork/Parlenda.xml").exists())
 
 
 if __name__ == "__main__":

@@ -102,6 +102,9 @@ bool is_movie_or_sound(XmpFileType type) {
   return std::find(types.begin(), types.end(), type) != types.end();
 }
 
+// libexempi cannot open what has but one byte before its first slash, or in all.
+std::string for_libexempi(const fs::path& path) { return fs::absolute(path); }
+
 // What libexempi stopped at, of which itself it tells a number.
 std::string reason() {
   if (Bounds::memory_ran_out())
@@ -115,7 +118,7 @@ std::string extract_packet(const fs::path& movie) {
   constexpr auto options = static_cast<XmpOpenFileOptions>(XMP_OPEN_READ | XMP_OPEN_ONLYXMP);
   const Bounds bounds("murmurase-xmp: cannot read " + quoted_name(movie) +
                       ": libexempi was still searching it after a minute; check that it plays\n");
-  const XmpFile file(xmp_files_open_new(movie.c_str(), options));
+  const XmpFile file(xmp_files_open_new(for_libexempi(movie).c_str(), options));
   if (!file) fail("cannot read {}: {}; check that it plays", quoted_name(movie), reason());
   const XmpString bytes(xmp_string_new());
   XmpPacketInfo info{};
@@ -147,7 +150,7 @@ Packet find_packet(const fs::path& movie) {
 
   std::uintmax_t size = 0;
   File file = open_file(movie, size);
-  const XmpFileType type = xmp_files_check_file_format(movie.c_str());
+  const XmpFileType type = xmp_files_check_file_format(for_libexempi(movie).c_str());
   if (type == XMP_FT_MOV || type == XMP_FT_MPEG4) {
     // libexempi would parse the whole packet only to hand over its bytes, and would not tell a
     // truncated movie from one without a packet.
@@ -184,7 +187,7 @@ std::optional<TrackTimecode> read_timecode_track(const fs::path& movie) {
     const File opened = open_file(movie, size);
     if (!has_timecode_track(opened.get(), size)) return std::nullopt;
   }
-  const XmpFile file(xmp_files_open_new(movie.c_str(), XMP_OPEN_READ));
+  const XmpFile file(xmp_files_open_new(for_libexempi(movie).c_str(), XMP_OPEN_READ));
   const Xmp xmp(file ? xmp_files_get_new_xmp(file.get()) : nullptr);
   if (!xmp) return std::nullopt;
   const XmpString text(xmp_string_new());

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,8 +11,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
+#include <new>
 #include <optional>
 #include <set>
 #include <string_view>
@@ -61,23 +65,43 @@ std::vector<std::string> output_names(const std::vector<std::string>& movies) {
 std::string export_movie(const BatchOptions& options, const MovieOptions& movie,
                          const std::string& name) {
   const fs::path base = fs::path(options.folder) / name;
-  std::optional<ClipTarget> target;
-  if (!options.clip.empty()) target.emplace(base.string() + ".xml");
-  load_module();
-  Controller controller(movie.words);
-  try {
-    std::string notes = read_movie(controller, movie);
-    std::string line = fmt::format("{}: {}.txt {}.xls", movie.movie, name, name);
-    controller.call("save_to_text", {movie.words, base.string() + ".txt"});
-    controller.call("save_to_excel", {movie.words, base.string() + ".xls"});
-    if (target) {
-      const MarkerExport done = export_markers(controller, options.clip, &*target);
-      line += fmt::format(" {}.xml", name);
-      notes += repair_line(options.clip, done.repaired);
+  std::string notes;
+  std::string written;
+  std::string failures;
+  // One output that cannot be written is no reason to lack the others.
+  const auto write = [&](const char* ending, const auto& how) {
+    try {
+      how(base.string() + ending);
+      written += fmt::format(" {}{}", name, ending);
+    } catch (const Failure& failure) {
+      failures += fmt::format("{}{}", failures.empty() ? "" : "; ", failure.what());
     }
-    return printable(line) + '\n' + notes;
+  };
+  try {
+    std::optional<ClipTarget> target;
+    if (!options.clip.empty()) target.emplace(base.string() + ".xml");
+    load_module();
+    Controller controller(movie.words);
+    read_movie(controller, movie, notes);
+    write(".txt", [&](const std::string& path) {
+      controller.call("save_to_text", {movie.words, path});
+    });
+    write(".xls", [&](const std::string& path) {
+      controller.call("save_to_excel", {movie.words, path});
+    });
+    if (target) {
+      write(".xml", [&](const std::string&) {
+        const MarkerExport done = export_markers(controller, options.clip, &*target);
+        notes += repair_line(options.clip, done.repaired);
+      });
+    }
+    if (failures.empty()) return printable(movie.movie + ':' + written) + '\n' + notes;
+    if (!written.empty()) failures += "; written:" + written;
+    throw Failure(failures);
   } catch (const Failure& failure) {
-    throw movie_failure(movie.movie, failure);
+    throw movie_failure(movie.movie, failure, notes);
+  } catch (const std::bad_alloc&) {
+    throw movie_failure(movie.movie, Failure("out of memory; export fewer movies at once"));
   }
 }
 
@@ -117,7 +141,8 @@ pid_t fork_remembered() {
 }
 
 // Forks a process for one movie. The module is loaded in there only, so nothing of it is shared.
-Job start(const BatchOptions& options, const std::string& movie, const std::string& name) {
+Job start(const BatchOptions& options, const std::string& movie, const std::string& name,
+          const std::vector<Job>& running) {
   std::array<int, 2> ends{};
   if (pipe(ends.data()) != 0) {
     throw Failure(fmt::format("cannot make a pipe: {}", std::strerror(errno)));
@@ -126,7 +151,11 @@ Job start(const BatchOptions& options, const std::string& movie, const std::stri
   std::fflush(nullptr);
   const pid_t process = fork_remembered();
   const int error = errno;
-  if (process == 0) run_job(options, movie, name, ends[1]);
+  if (process == 0) {
+    close(ends[0]);
+    for (const Job& other : running) close(other.report);
+    run_job(options, movie, name, ends[1]);
+  }
   close(ends[1]);
   if (process < 0) {
     close(ends[0]);
@@ -158,6 +187,15 @@ bool wait_for_one(std::vector<Job>& jobs) {
       return status == 0;
     }
   }
+}
+
+// Whether standard output is a terminal that a bar fits into.
+bool terminal_has_room() {
+  const char* terminal = std::getenv("TERM");
+  if (terminal != nullptr && std::string_view(terminal) == "dumb") return false;
+  winsize size{};
+  return isatty(STDOUT_FILENO) == 1 &&
+         (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_col >= 60);
 }
 
 // Tells how far the work is: a bar on a terminal, else what is done, a line a movie.
@@ -197,21 +235,26 @@ class Progress {
 
   std::size_t movies_;
   std::size_t done_ = 0;
-  bool bar_ = isatty(STDOUT_FILENO) == 1;
+  bool bar_ = terminal_has_room();
 };
 
 // Before anything is written.
 void refuse_to_overwrite_inputs(const BatchOptions& options,
                                 const std::vector<std::string>& names) {
-  std::vector<std::string> inputs = options.movies;
+  std::vector<std::string> inputs;
+  std::vector<std::string> outputs;
+  MovieOptions movie = options.movie;
+  for (const std::string& path : options.movies) {
+    movie.movie = path;
+    std::ranges::move(inputs_of(movie), std::back_inserter(inputs));
+  }
   if (!options.clip.empty()) inputs.push_back(options.clip);
   for (const std::string& name : names) {
-    for (const char* ending : {".txt", ".xls", ".xml"}) {
-      const std::string output = (fs::path(options.folder) / name).string() + ending;
-      if (!fs::exists(output)) continue;
-      for (const std::string& input : inputs) refuse_to_overwrite(input, output);
-    }
+    const std::string base = fs::path(options.folder) / name;
+    for (const char* ending : {".txt", ".xls"}) outputs.push_back(base + ending);
+    if (!options.clip.empty()) outputs.push_back(base + ".xml");
   }
+  refuse_to_overwrite(inputs, outputs);
 }
 
 }  // namespace
@@ -222,9 +265,12 @@ bool export_movies(const BatchOptions& options) {
   if (error) {
     throw Failure(fmt::format("cannot make the folder {}: {}", options.folder, error.message()));
   }
+  if (!options.clip.empty() && access(options.clip.c_str(), R_OK) != 0) {
+    throw Failure(fmt::format("cannot read the clip {}: {}", options.clip, std::strerror(errno)));
+  }
   const std::vector<std::string> names = output_names(options.movies);
   refuse_to_overwrite_inputs(options, names);
-  const std::size_t at_once =
+  std::size_t at_once =
       options.jobs > 0 ? options.jobs : std::max(1U, std::thread::hardware_concurrency());
   Progress progress(options.movies.size());
   std::vector<Job> running;
@@ -233,12 +279,17 @@ bool export_movies(const BatchOptions& options) {
     if (next < names.size() && running.size() < at_once) {
       const std::string& movie = options.movies[next];
       try {
-        running.push_back(start(options, movie, names[next]));
+        running.push_back(start(options, movie, names[next], running));
+        ++next;
       } catch (const Failure& failure) {
+        if (!running.empty()) {
+          at_once = running.size();  // the system has no more to give
+          continue;
+        }
         progress.failed(movie_failure(movie, failure).what());
         all_well = false;
+        ++next;
       }
-      ++next;
       continue;
     }
     const bool well = wait_for_one(running);

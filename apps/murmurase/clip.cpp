@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -24,21 +25,17 @@ namespace {
 namespace fs = std::filesystem;
 using murmurase::printable;
 
-// Where the module looks for Application Support, as it starts.
+// Where the module looks for Application Support in a home of its own.
 #ifdef __APPLE__
-constexpr const char* variable = "HOME";
 constexpr const char* application_support = "Library/Application Support";
 #else
-constexpr const char* variable = "XDG_DATA_HOME";
 constexpr const char* application_support = "";
 #endif
 
 }  // namespace
 
 ClipTarget::PrivateFolder::PrivateFolder() {
-  const char* parent = std::getenv("TMPDIR");
-  std::string name =
-      fmt::format("{}/murmurase-XXXXXX", parent == nullptr || *parent == '\0' ? "/tmp" : parent);
+  std::string name = temporary_folder() / "murmurase-XXXXXX";
   const murmurase::HeldSignals held;
   if (mkdtemp(name.data()) == nullptr) {
     throw Failure(
@@ -47,18 +44,22 @@ ClipTarget::PrivateFolder::PrivateFolder() {
                     printable(name), std::strerror(errno)));
   }
   path = name;
-  std::vector<std::string> own;
-  for (fs::path each = link(); each != path.parent_path(); each = each.parent_path()) {
-    own.push_back(each);
-  }
-  remember_leftovers(std::move(own));
+  remember_leftovers(contents());
 }
 
+// Without a descriptor, which there may be none of.
 ClipTarget::PrivateFolder::~PrivateFolder() {
   const murmurase::HeldSignals held;
-  std::error_code ignored;
-  fs::remove_all(path, ignored);
+  for (const std::string& each : contents()) std::remove(each.c_str());
   remember_leftovers({});
+}
+
+std::vector<std::string> ClipTarget::PrivateFolder::contents() const {
+  std::vector<std::string> paths;
+  for (fs::path each = link(); each != path.parent_path(); each = each.parent_path()) {
+    paths.push_back(each);
+  }
+  return paths;
 }
 
 fs::path ClipTarget::PrivateFolder::link() const {
@@ -68,18 +69,11 @@ fs::path ClipTarget::PrivateFolder::link() const {
 ClipTarget::ClipTarget(const std::string& output) : output_(output) {
   std::error_code error;
   fs::create_directories(folder_.link().parent_path(), error);
-  if (!error) fs::create_symlink(fs::absolute(output), folder_.link(), error);
+  fs::path absolute;
+  if (!error) absolute = fs::absolute(output, error);
+  if (!error) fs::create_symlink(absolute, folder_.link(), error);
   if (error) throw Failure(fmt::format("cannot write {}: {}", printable(output), error.message()));
-  // The module asks while it starts; what the programs that it runs are told is put back.
-  const char* before = std::getenv(variable);
-  const std::string saved = before == nullptr ? "" : before;
-  setenv(variable, folder_.path.c_str(), 1);
-  load_module();
-  if (before == nullptr) {
-    unsetenv(variable);
-  } else {
-    setenv(variable, saved.c_str(), 1);
-  }
+  load_module(folder_.path.c_str());
 }
 
 FolderLock::FolderLock(const fs::path& folder)
@@ -128,9 +122,19 @@ void open_file(const std::string& program, const std::string& file) {
   posix_spawn_file_actions_t streams;
   posix_spawn_file_actions_init(&streams);
   posix_spawn_file_actions_addopen(&streams, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  // Nor is it to have this program's handling of a closed pipe.
+  sigset_t defaults;
+  sigemptyset(&defaults);
+  sigaddset(&defaults, SIGPIPE);
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setsigdefault(&attributes, &defaults);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
   pid_t child = 0;
   int status = 0;
-  const int error = posix_spawnp(&child, program.c_str(), &streams, nullptr, arguments, environ);
+  const int error =
+      posix_spawnp(&child, program.c_str(), &streams, &attributes, arguments, environ);
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&streams);
   if (error != 0 || waitpid(child, &status, 0) != child || status != 0) {
     throw not_opened(program, file);

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "module.h"
 
@@ -24,7 +25,8 @@ class ClipTarget {
     PrivateFolder(const PrivateFolder&) = delete;
     PrivateFolder& operator=(const PrivateFolder&) = delete;
     ~PrivateFolder();
-    std::filesystem::path link() const;  // the module's own file in it
+    std::filesystem::path link() const;         // the module's own file in it
+    std::vector<std::string> contents() const;  // what can be in it, then itself
 
     std::filesystem::path path;
   };

@@ -33,14 +33,19 @@ void print_json(const json& data) {
 template <typename Command>
 void with_movie(const MovieOptions& options, const Command& command) {
   load_module();
+  std::string said;
   try {
     Controller controller(options.words);
-    const std::string said = read_movie(controller, options);
+    read_movie(controller, options, said);
     command(controller);
-    std::fputs(said.c_str(), stderr);
   } catch (const Failure& failure) {
-    throw movie_failure(options.movie, failure);
+    throw movie_failure(options.movie, failure, said);
   }
+  std::fputs(said.c_str(), stderr);
+}
+
+void refuse_to_overwrite_inputs(std::vector<std::string> inputs, const std::string& output) {
+  if (output != "-") refuse_to_overwrite(std::move(inputs), {output});
 }
 
 std::string standard_output_or(const std::string& output) {
@@ -188,14 +193,14 @@ void print_phrases(const MovieOptions& options, bool as_json) {
 }
 
 void write_text(const MovieOptions& options, const std::string& output) {
-  refuse_to_overwrite(options.movie, output);
+  refuse_to_overwrite_inputs(inputs_of(options), output);
   with_movie(options, [&](Controller& controller) {
     controller.call("save_to_text", {options.words, standard_output_or(output)});
   });
 }
 
 void write_excel(const MovieOptions& options, const std::string& output) {
-  refuse_to_overwrite(options.movie, output);
+  refuse_to_overwrite_inputs(inputs_of(options), output);
   with_movie(options, [&](Controller& controller) {
     controller.call("save_to_excel", {options.words, standard_output_or(output)});
   });
@@ -203,9 +208,10 @@ void write_excel(const MovieOptions& options, const std::string& output) {
 
 void write_markers(const MovieOptions& options, const std::string& clip, const std::string& output,
                    const std::string& open_with) {
+  std::vector<std::string> inputs = inputs_of(options);
+  inputs.push_back(clip);
   if (!output.empty()) {
-    refuse_to_overwrite(options.movie, output);
-    refuse_to_overwrite(clip, output);
+    refuse_to_overwrite_inputs(inputs, output);
     const ClipTarget target(standard_output_or(output));
     with_movie(options, [&](Controller& controller) {
       const MarkerExport done = export_markers(controller, clip, &target);
@@ -214,9 +220,10 @@ void write_markers(const MovieOptions& options, const std::string& clip, const s
     });
     return;
   }
+  load_module(nullptr);
   with_movie(options, [&](Controller& controller) {
     const std::string written = temp_xml_file();
-    refuse_to_overwrite(clip, written);
+    refuse_to_overwrite_inputs(inputs, written);
     const FolderLock lock(std::filesystem::path(written).parent_path());
     if (!open_with.empty()) set_open_command(open_with);
     const MarkerExport done = export_markers(controller, clip, nullptr);

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <csignal>
 #include <cstdio>
@@ -8,8 +9,10 @@
 #include <iostream>
 #include <locale>
 #include <new>
+#include <regex>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "batch.h"
 #include "commands.h"
@@ -26,6 +29,12 @@ constexpr int wrong_usage = 2;
 int report(const std::string& message, int status) {
   std::fputs(fmt::format("murmurase: {}\n", murmurase::printable(message)).c_str(), stderr);
   return status;
+}
+
+// Fields of digits, as labels have them: the module itself takes any text for one.
+bool is_label(const std::string& text) {
+  static const std::regex label("[0-9]+([:;.][0-9]+){0,3}");
+  return std::regex_match(text, label);
 }
 
 // CLI11's own reading of a number takes 010 for eight.
@@ -120,7 +129,12 @@ void add_timecode(CLI::App& app, TimecodeOptions& options) {
     command
         ->add_option_function<std::string>(
             name,
-            [&options, name](const std::string& text) { options.number = number_of(name, text); },
+            [&options, name](const std::string& text) {
+              options.number = number_of(name, text);
+              if (options.number < 0) {
+                throw CLI::ValidationError(fmt::format("{}: {} is below 0", name, text));
+              }
+            },
             about)
         ->required();
   };
@@ -129,7 +143,11 @@ void add_timecode(CLI::App& app, TimecodeOptions& options) {
   label->callback([&] { host::print_label(options.number, options.rate, options.drop_frame); });
   CLI::App* frames = add("frames", "The frame count of a timecode label",
                          "'01:00:00;00' --rate 29.97 --drop-frame");
-  frames->add_option("LABEL", options.label, "A timecode label")->required();
+  frames->add_option("LABEL", options.label, "A timecode label, such as 01:00:00:00")
+      ->required()
+      ->check([](const std::string& text) {
+        return is_label(text) ? "" : "'" + text + "' is no timecode label, such as 01:00:00:00";
+      });
   add_rate(frames);
   frames->callback([&] { host::print_frames(options.label, options.rate, options.drop_frame); });
   CLI::App* clock = add("clock", "The clock label of a time in seconds", "3725.4");
@@ -247,10 +265,21 @@ int run(int count, char** arguments) {
   add_timecode(app, timecode);
 
   try {
+    if (std::any_of(arguments, arguments + count, [](const char* each) { return *each == '\0'; })) {
+      throw CLI::ValidationError("an argument is empty");
+    }
     app.parse(count, arguments);
     return status;
   } catch (const CLI::Success& asked) {
     return app.exit(asked);
+  } catch (const CLI::RequiredError& error) {
+    const std::vector<std::string> unknown = app.remaining(true);
+    return report((unknown.empty() ? error.what()
+                                   : fmt::format("{} is neither a command nor an option; a file of "
+                                                 "that name is ./{}",
+                                                 unknown.front(), unknown.front())) +
+                      std::string("; 'murmurase --help' shows how it is used"),
+                  wrong_usage);
   } catch (const CLI::ParseError& error) {
     return report(std::string(error.what()) + "; 'murmurase --help' shows how it is used",
                   wrong_usage);

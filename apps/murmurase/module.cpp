@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
+#include <optional>
 #include <utility>
 #include <vector>
 #ifdef __APPLE__
@@ -54,6 +56,29 @@ void find(void* library, const char* name, Function& function) {
   }
 }
 
+// A variable of the environment, set while this lives: the module asks while it starts, and what the
+// programs that it runs are told is put back.
+class Variable {
+ public:
+  Variable(const char* name, const char* value) : name_(name) {
+    if (const char* before = std::getenv(name)) before_ = before;
+    setenv(name, value, 1);
+  }
+  Variable(const Variable&) = delete;
+  Variable& operator=(const Variable&) = delete;
+  ~Variable() {
+    if (before_) {
+      setenv(name_, before_->c_str(), 1);
+    } else {
+      unsetenv(name_);
+    }
+  }
+
+ private:
+  const char* name_;
+  std::optional<std::string> before_;
+};
+
 // Makes a value by one of the interface's functions.
 template <typename Make, typename... Arguments>
 Value make(Make function, Arguments... arguments) {
@@ -77,7 +102,12 @@ fs::path program_folder() {
 #endif
 }
 
-void load_module() {
+fs::path temporary_folder() {
+  const char* folder = std::getenv("TMPDIR");
+  return fs::absolute(folder == nullptr || *folder == '\0' ? "/tmp" : folder);
+}
+
+void load_module(const char* home) {
   if (module.start != nullptr) return;
   const fs::path folder = program_folder();
   void* library = nullptr;
@@ -109,7 +139,15 @@ void load_module() {
 #undef FIND
   find(library, "Init_murmurase_algorithm", module.start);
 
-  module.start();
+  {
+    std::optional<Variable> home_folder;
+    std::optional<Variable> data_home;
+    if (home != nullptr) {
+      home_folder.emplace("HOME", home);
+      data_home.emplace("XDG_DATA_HOME", home);
+    }
+    module.start();
+  }
   if (const murmurase_error* error = module.startup_error()) {
     throw Failure(fmt::format("the module cannot start: {}", module.error_message(error)));
   }

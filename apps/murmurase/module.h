@@ -31,9 +31,13 @@ using Value = std::unique_ptr<murmurase_value, FreeValue>;
 // The folder that this program was started from.
 std::filesystem::path program_folder();
 
+// $TMPDIR, or /tmp where it is not set.
+std::filesystem::path temporary_folder();
+
 // Loads and starts the module that belongs to this program, before all else here; once, whoever
-// asks.
-void load_module();
+// asks. `home`: the absolute path of the folder that it takes for the user's; null for the user's own,
+// empty for none, so that it neither makes nor needs its working folder.
+void load_module(const char* home = "");
 
 // Values in and out as JSON, in which a handle is null.
 json to_json(const murmurase_value* value);

@@ -2,30 +2,46 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <string_view>
 #include <system_error>
 #include <unordered_map>
+#include <utility>
 
 #include "core/printable.h"
+#include "platform/posix/held_signals.h"
 
 namespace host {
 namespace {
 
 using murmurase::printable;
 
+// An open file that goes when it is closed; null for none.
+std::FILE* nameless_file() {
+  const murmurase::HeldSignals held;  // one that ends the process must not leave the name behind
+  std::string name = temporary_folder() / "murmurase-XXXXXX";
+  const int file = mkostemp(name.data(), O_CLOEXEC);
+  if (file < 0) return nullptr;
+  unlink(name.c_str());
+  return fdopen(file, "w+");
+}
+
 // Keeps what the XMP tool says on standard error, so that a failure stays one line.
 class CapturedErrors {
  public:
-  CapturedErrors() : file_(std::tmpfile()), saved_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
+  CapturedErrors() : file_(nameless_file()), saved_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
     if (file_ != nullptr && saved_ >= 0) dup2(fileno(file_), STDERR_FILENO);
   }
   CapturedErrors(const CapturedErrors&) = delete;
@@ -58,14 +74,17 @@ class CapturedErrors {
 
 // Why the tool failed, of what it said: the last line is the one that tells. Our own tool's lines
 // stand for themselves. A tool that was killed had no chance to say so.
-Failure tool_failure(std::string said) {
+Failure tool_failure(std::string said, const std::string& movie) {
   while (!said.empty() && (said.back() == '\n' || said.back() == ' ')) said.pop_back();
   if (const std::size_t last = said.rfind('\n'); last != std::string::npos) said.erase(0, last + 1);
   constexpr std::string_view own_tool = "murmurase-xmp: ";
   if (const int status = tool_status(); WIFSIGNALED(status)) {
     said = fmt::format("the XMP tool was killed: {}", strsignal(WTERMSIG(status)));
   } else if (said.starts_with(own_tool)) {
-    return Failure(printable(said.substr(own_tool.size())), true);
+    said = printable(said.substr(own_tool.size()));
+    const bool names_it = said.find(printable(std::filesystem::path(movie).stem().native())) !=
+                          std::string::npos;  // or a sidecar of its name
+    return Failure(said, names_it);
   } else if (said.empty()) {
     said =
         fmt::format("the XMP tool failed with status {} without saying why", WEXITSTATUS(status));
@@ -86,9 +105,11 @@ std::string printable_lines(std::string_view text) {
 
 std::string parse_movie(Controller& controller, const MovieOptions& options) {
   CapturedErrors errors;
-  const Value track_types = controller.call("parse_xmp_from_mov", {options.movie});
+  // No tool may take it for an option.
+  const std::string path = options.movie.starts_with('-') ? "./" + options.movie : options.movie;
+  const Value track_types = controller.call("parse_xmp_from_mov", {path});
   const std::string said = errors.restore();
-  if (track_types == nullptr) throw tool_failure(said);
+  if (track_types == nullptr) throw tool_failure(said, options.movie);
   if (!controller.holds("transcription_xml")) {
     throw Failure("it has no speech transcription (no track of type \"Speech\" in its XMP)");
   }
@@ -112,18 +133,27 @@ json names_of_file(const std::string& path) {
   std::error_code error;
   std::ifstream file(path);
   if (!file || std::filesystem::is_directory(path, error)) {
-    throw Failure(fmt::format("the names file {} cannot be opened", printable(path)));
+    throw Failure(fmt::format("cannot read the names file {}: {}", printable(path),
+                              std::strerror(file ? EISDIR : errno)));
   }
-  json names = json::parse(file, nullptr, /*allow_exceptions=*/false);
+  json names;
+  std::string where;
+  try {
+    names = json::parse(file);
+  } catch (const json::exception& problem) {
+    // "[json.exception.parse_error.101] parse error at line 3, column 5: ..."
+    const std::string_view words = problem.what();
+    where = fmt::format(" ({})", printable(words.substr(words.find(']') + 2)));
+  }
   const auto usable = [](const json& entry) {
     return entry.is_object() && entry.contains("Speaker") && entry["Speaker"].is_string() &&
            entry.contains("Name") && (entry["Name"].is_string() || entry["Name"].is_null());
   };
   if (!names.is_array() || !std::ranges::all_of(names, usable)) {
     throw Failure(
-        fmt::format("the names file {} cannot be used; it must be what 'murmurase speakers "
+        fmt::format("the names file {} cannot be used{}; it must be what 'murmurase speakers "
                     "--json' prints, with \"Name\"s filled in",
-                    printable(path)));
+                    printable(path), where));
   }
   return names;
 }
@@ -157,26 +187,38 @@ void name_speakers(Controller& controller, const MovieOptions& options) {
 
 }  // namespace
 
-std::string read_movie(Controller& controller, const MovieOptions& options) {
+void read_movie(Controller& controller, const MovieOptions& options, std::string& said) {
   const std::string tool =
       options.xmp_tool.empty() ? (program_folder() / "murmurase-xmp").string() : options.xmp_tool;
   controller.set("xmpcommand", tool);
   controller.set("mov_file_path", options.movie);
-  std::string said = parse_movie(controller, options);
+  said = parse_movie(controller, options);
   controller.call("build_speakers_array", {});
   name_speakers(controller, options);
-  return said;
 }
 
-Failure movie_failure(const std::string& movie, const Failure& failure) {
-  if (failure.names_file) return failure;
-  return Failure(fmt::format("{}: {}", printable(movie), failure.what()), true);
+Failure movie_failure(const std::string& movie, const Failure& failure, std::string said) {
+  std::string message = failure.what();
+  if (!failure.names_file) message = fmt::format("{}: {}", printable(movie), message);
+  said.erase(std::min(said.find('\n'), said.size()));
+  return Failure(said.empty() ? message : fmt::format("{} ({})", message, said), true);
 }
 
-void refuse_to_overwrite(const std::string& input, const std::string& output) {
-  std::error_code error;
-  if (std::filesystem::is_regular_file(output, error) &&
-      std::filesystem::equivalent(input, output, error)) {
+std::vector<std::string> inputs_of(const MovieOptions& options) {
+  return {options.movie, std::filesystem::path(options.movie).replace_extension(".xmp"),
+          options.movie + ".xmp", options.names_file, options.xmp_tool};
+}
+
+void refuse_to_overwrite(const std::vector<std::string>& inputs,
+                         const std::vector<std::string>& outputs) {
+  std::set<std::pair<dev_t, ino_t>> read;
+  struct stat status {};
+  for (const std::string& input : inputs) {
+    if (stat(input.c_str(), &status) == 0) read.emplace(status.st_dev, status.st_ino);
+  }
+  for (const std::string& output : outputs) {
+    if (stat(output.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
+    if (!read.contains({status.st_dev, status.st_ino})) continue;
     throw Failure(fmt::format("{} is read, and would be overwritten; choose another output",
                               printable(output)),
                   true);

@@ -18,14 +18,18 @@ struct MovieOptions {
 };
 
 // Reads the movie into the controller: its transcription, its speakers, and the names that the user
-// gives them. A movie without a speech transcription is a failure. Gives what the XMP tool said on
-// standard error though it succeeded, to be passed on when all has gone well.
-std::string read_movie(Controller& controller, const MovieOptions& options);
+// gives them. A movie without a speech transcription is a failure. `said` becomes what the XMP tool
+// said on standard error though it succeeded, to be passed on when all has gone well.
+void read_movie(Controller& controller, const MovieOptions& options, std::string& said);
 
-// The failure with the movie named first, unless the reason names it.
-Failure movie_failure(const std::string& movie, const Failure& failure);
+// The failure with the movie named first, unless the reason names it, and with what the XMP tool had said.
+Failure movie_failure(const std::string& movie, const Failure& failure, std::string said = {});
 
-// A failure when the output is a file that is read: it would be overwritten.
-void refuse_to_overwrite(const std::string& input, const std::string& output);
+// The files that may be read for the movie, whether they are there or not.
+std::vector<std::string> inputs_of(const MovieOptions& options);
+
+// A failure when one of the outputs is a file that is read: it would be overwritten.
+void refuse_to_overwrite(const std::vector<std::string>& inputs,
+                         const std::vector<std::string>& outputs);
 
 }  // namespace host

@@ -232,8 +232,8 @@ MURMURASE_API void murmurase_controller_free(murmurase_controller* controller);
  *   first_frame        real                  frame count of the movie's start timecode
  *   transcription_xml  XML element           the element of the "Speech" track
  *   speakers_array     list of records       "Speaker": text, "Name": text, null or left out
- *   words_array        list of records       "time_in", "time_out": real, seconds; "words",
- *                                            "speaker": text
+ *   words_array        list of records       "time_in", "time_out": real, seconds, the start
+ *                                            and end of its first word; "words", "speaker": text
  *   clip_xml           XML document          the clip as read
  *   clip_xml_clone     XML document          the working copy of a clip export
  *   text_to_save       text                  the last text transcript
