@@ -204,6 +204,17 @@ class XmpNormaliseTest(Case):
                 self.assertAlmostEqual(data["frame_rate"], frames, 12)
                 self.assert_stable("clip.xmp")
 
+    def test_no_rate(self):
+        for properties, out in (
+                (timecode("", "01:00:00:00"), "start timecode"), (duration("1/0"), "no rate"),
+                (duration("abc") + timecode("Other", "01:00:00:00"), '"abc", which reads as no rate; the start'),
+                (duration("3/1"), "0.3333333333333333 frames per second; it is left out")):
+            data = self.read(self.write("clip.xmp", packet(properties, HELLO)), out)
+            self.assert_phrases(data, HELLO_READ)
+            self.assertEqual((data["frame_rate"], data["first_frame"]), (None, 0))
+            self.assertIn("rate       unknown", self.expect("inspect", "clip.xmp"))
+            self.assert_stable("clip.xmp")
+
     def test_words(self):
         for case, (content, expected) in WORDS.items():
             with self.subTest(case):
@@ -223,7 +234,10 @@ class XmpNormaliseTest(Case):
         whole = words(word("hello", 1500, 250))
         for content, warning, expected in (
                 (whole.replace("</rdf:Bag>", "</rdf:Bog>"), "damaged", HELLO_READ),
-                (whole[:whole.index("</rdf:Seq>")], "damaged", HELLO_READ),
+                (whole[:whole.index("</rdf:Seq>")], "(line 5)", HELLO_READ),
+                ("<?xml version='1.0' encoding='ISO-8859-1'?>".encode()
+                 + whole[whole.index("<x:"):whole.index("</rdf:Seq>")].replace("hello", "hell\u00f6").encode("latin-1"),
+                 "damaged", [(1.5, .25, "hell\u00f6", "A")]),
                 (whole.replace("hello", "hell\u00f6", 1).encode("latin-1", "ignore"), "damaged",
                  [(1.5, .25, "hell\u00f6", "A")]),
                 (words(marker(name="a"), word("b")), "1 of the words of track 1 come before",

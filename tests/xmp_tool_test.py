@@ -34,9 +34,10 @@ class XmpToolTest(Case):
                 raw = self.expect("get", "--raw", name).encode()
                 self.assertTrue(raw == expected if expected else raw in SAMPLE and len(raw) > 6000)
 
-    def test_names_like_options(self):
+    def test_names_like_options_and_short_names(self):
+        (self.folder / "d").mkdir()
         sample = self.expect("get", self.write("sample.mov", SAMPLE))
-        for name in "-x.mov", "--long=a.mov", "--raw.mov":
+        for name in "-x.mov", "--long=a.mov", "--raw.mov", "d/x.mov", "m":
             self.write(name, SAMPLE)
             self.assertEqual([self.expect("get", name), self.expect("get", "--", name)], [sample] * 2)
 

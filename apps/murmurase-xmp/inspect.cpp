@@ -49,10 +49,11 @@ json rate_of(const Movie& movie) {
 json timecodes_of(const Movie& movie) {
   json timecodes = json::array();
   for (const Timecode& each : movie.timecodes) {
-    timecodes.push_back({{"property", each.property},
-                         {"format", each.format},
-                         {"value", each.value},
-                         {"used", &each == &movie.timecodes.front()}});
+    timecodes.push_back(
+        {{"property", each.property},
+         {"format", each.format},
+         {"value", each.value},
+         {"used", &each == &movie.timecodes.front() && frames_can_be_counted(movie)}});
   }
   return timecodes;
 }
@@ -175,8 +176,12 @@ std::string as_lines(const json& found) {
   line("packet     {}, {} bytes, {}, in {}", shown(packet["source"]),
        packet["bytes"].get<std::size_t>(), shown(packet["form"]), shown(packet["file"]));
   const json& rate = found["rate"];
-  line("rate       {} frames per second, written as the scale {}", rate["frames_per_second"].dump(),
-       rate["duration_scale"].dump());
+  if (rate["frames_per_second"].is_null()) {
+    line("rate       unknown: times are clock times");
+  } else {
+    line("rate       {} frames per second, written as the scale {}",
+         rate["frames_per_second"].dump(), rate["duration_scale"].dump());
+  }
   for (const json& each : rate["evidence"])
     line("  {} {}: {}{}", each["used"].get<bool>() ? "*" : " ", shown(each["property"]),
          shown(each["text"]), each["rate"].is_null() ? "" : " = " + shown(each["rate"]));
@@ -224,8 +229,9 @@ std::string inspect(const std::string& path, const Packet& packet, Movie& movie,
                {"form", form},
                {"damaged", movie.damaged}}},
              {"rate", rate_of(movie)},
-             {"start_timecode",
-              movie.timecodes.empty() ? json() : json(normal_timecode(movie.timecodes.front()))},
+             {"start_timecode", movie.timecodes.empty() || !frames_can_be_counted(movie)
+                                    ? json()
+                                    : json(normal_timecode(movie.timecodes.front()))},
              {"timecodes", timecodes_of(movie)},
              {"tracks", tracks_of(movie)},
              {"speakers", speakers_of(movie)},

@@ -42,7 +42,12 @@ murmurase::xml::Recovery parse(const Packet& packet, Movie& movie) {
   murmurase::xml::Recovery parsed =
       murmurase::xml::recover(packet.bytes, packet_limit, Blanks::drop);
   std::string first_problem = parsed.first_problem;
-  if (!parsed.well_formed && packet.bytes.find('\0') == std::string::npos) {
+  if (const std::vector<int>& lines = parsed.problem_lines; !lines.empty() && lines.front() > 0)
+    first_problem += fmt::format(" (line {})", lines.front());
+  const xmlChar* const encoding = parsed.document ? parsed.document->encoding : nullptr;
+  const bool in_utf8 = encoding == nullptr ||
+                       xmlStrcasecmp(encoding, reinterpret_cast<const xmlChar*>("UTF-8")) == 0;
+  if (!parsed.well_formed && in_utf8 && packet.bytes.find('\0') == std::string::npos) {
     // The parser would take all that follows a wrong byte for ISO 8859-1.
     const std::string text = as_utf8(packet.bytes);
     if (text != packet.bytes) parsed = murmurase::xml::recover(text, packet_limit, Blanks::drop);
@@ -191,14 +196,22 @@ void read_rates(const Gathered& gathered, Movie& movie) {
       movie.warnings.push_back(fmt::format("the {} {} gives no frame rate and is passed over",
                                            each.property, in_quotes(each.text)));
   }
-  if (used_evidence(movie) != nullptr || movie.duration_scale.empty()) return;
+  if (used_evidence(movie) != nullptr) return;
+  if (movie.duration_scale.empty() && movie.timecodes.empty()) return;
   const std::optional<double> rate = rate_of_scale(movie.duration_scale);
-  if (!rate || *rate < 20 || *rate > 120) {
-    movie.warnings.push_back(
-        fmt::format("nothing tells the frame rate but the duration's scale {}, which reads as {}",
-                    in_quotes(movie.duration_scale),
-                    rate ? fmt::format("{} frames per second", *rate) : "no rate"));
+  if (rate && *rate >= 20 && *rate <= 120) return;
+  std::string warning = "nothing tells the frame rate";
+  if (!movie.duration_scale.empty()) {
+    warning += fmt::format(" but the duration's scale {}, which reads as {}",
+                           in_quotes(movie.duration_scale),
+                           rate ? fmt::format("{} frames per second", *rate) : "no rate");
   }
+  if (!frames_can_be_counted(movie)) {
+    warning += movie.timecodes.empty()
+                   ? "; it is left out, and times are clock times"
+                   : "; the start timecode is left out, and times are clock times";
+  }
+  movie.warnings.push_back(warning);
 }
 
 }  // namespace

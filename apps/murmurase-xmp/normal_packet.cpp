@@ -176,7 +176,8 @@ void append_other(std::string& out, const OtherProperty& other) {
 std::string print_normal_packet(Movie& movie) {
   std::string out(head);
   append_duration(out, movie);
-  if (!movie.timecodes.empty()) append_timecode(out, movie.timecodes.front());
+  if (!movie.timecodes.empty() && frames_can_be_counted(movie))
+    append_timecode(out, movie.timecodes.front());
   for (const OtherProperty& other : movie.others) append_other(out, other);
   const bool has_speech =
       std::any_of(movie.tracks.begin(), movie.tracks.end(),

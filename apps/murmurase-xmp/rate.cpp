@@ -75,7 +75,12 @@ const RateEvidence* used_evidence(const Movie& movie) {
   return found == movie.evidence.end() ? nullptr : &*found;
 }
 
+bool frames_can_be_counted(const Movie& movie) {
+  return used_evidence(movie) != nullptr || rate_of_scale(movie.duration_scale) >= 0.5;
+}
+
 std::string normal_scale(const Movie& movie) {
+  if (!frames_can_be_counted(movie)) return {};
   const RateEvidence* const evidence = used_evidence(movie);
   if (evidence == nullptr) return movie.duration_scale;
   const Rational rate = *evidence->rate;

@@ -27,8 +27,11 @@ std::optional<Rational> true_rate(Rational rate);
 const RateEvidence* used_evidence(const Movie& movie);
 
 // The scale of the movie's duration from which the readers compute the true rate: the movie's own
-// if they do, or if nothing tells the rate.
+// if they do, or if nothing else tells the rate. Empty if frames cannot be counted.
 std::string normal_scale(const Movie& movie);
+
+// Whether anything tells a rate of at least half a frame per second, which timecodes count as one.
+bool frames_can_be_counted(const Movie& movie);
 
 // The frames per second that the readers compute from `scale`: the denominator divided by the
 // numerator and by 100, times 100 when that is below 1.

@@ -103,7 +103,7 @@ MarkerExport export_markers(Controller& controller, const std::string& clip,
     return {repaired, to_json(opened.get()) == true};
   } catch (const Failure& failure) {
     const Failure named = target != nullptr ? target->renamed(failure) : failure;
-    if (repaired.empty()) throw named;
+    if (repaired.empty()) throw Failure(named);
     // What the clip seems to lack may be what the repair could not save.
     throw Failure(fmt::format("{} (the clip was repaired in memory: {})", named.what(), repaired));
   }

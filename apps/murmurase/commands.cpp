@@ -44,8 +44,8 @@ void with_movie(const MovieOptions& options, const Command& command) {
   std::fputs(said.c_str(), stderr);
 }
 
-void refuse_to_overwrite_inputs(std::vector<std::string> inputs, const std::string& output) {
-  if (output != "-") refuse_to_overwrite(std::move(inputs), {output});
+void refuse_to_overwrite_inputs(const std::vector<std::string>& inputs, const std::string& output) {
+  if (output != "-") refuse_to_overwrite(inputs, {output});
 }
 
 std::string standard_output_or(const std::string& output) {
