@@ -9,9 +9,9 @@
 #include <iostream>
 #include <locale>
 #include <new>
-#include <regex>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "batch.h"
@@ -31,10 +31,18 @@ int report(const std::string& message, int status) {
   return status;
 }
 
-// Fields of digits, as labels have them: the module itself takes any text for one.
-bool is_label(const std::string& text) {
-  static const std::regex label("[0-9]+([:;.][0-9]+){0,3}");
-  return std::regex_match(text, label);
+// One to four fields of digits, as labels have them: the module itself takes any text for a label.
+bool is_label(std::string_view text) {
+  int fields = 1;
+  bool after_digit = false;
+  for (const char c : text) {
+    const bool digit = c >= '0' && c <= '9';
+    const bool separator = c == ':' || c == ';' || c == '.';
+    if (!digit && !(separator && after_digit)) return false;
+    if (separator) ++fields;
+    after_digit = digit;
+  }
+  return after_digit && fields <= 4;
 }
 
 // CLI11's own reading of a number takes 010 for eight.
