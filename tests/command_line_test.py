@@ -5,7 +5,6 @@ import json
 import os
 import pathlib
 import pty
-import resource
 import subprocess
 import unittest
 import xml.etree.ElementTree
@@ -154,11 +153,6 @@ class CommandLine(Case):
                                                     for name in ("take", "Take-3", "take-2", "line\nfeed")})
         movie_of = lambda name: xlrd.open_workbook(out / name).sheet_by_index(0).cell_value(1, 4)
         self.assertEqual([movie_of(name) for name in ("take.xls", "Take-3.xls", "take-2.xls")], movies[:3])
-
-    def test_export_waits_for_what_the_system_gives(self):
-        few = lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (20, 20))
-        printed = self.expect("export", *[INTERVIEW] * 40, "--jobs=40", "--out=o", preexec_fn=few)
-        self.assertEqual(len(printed.splitlines()), 40)
 
     def test_export_goes_on_with_the_other_outputs(self):
         (self.folder / "o/interview.xls").mkdir(parents=True)

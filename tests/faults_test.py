@@ -187,6 +187,18 @@ class Faults(Case):
         self.assertLessEqual({0}, outcomes)
         self.assertLessEqual(outcomes, {0, 1, 127})
 
+    @unittest.skipIf("MURMURASE_SANITIZED" in os.environ, "a sanitizer needs descriptors of its own")
+    def test_few_descriptors(self):
+        """An export waits for those of the movies that it works on; with hardly any, nothing is left."""
+        def export(movies, descriptors):
+            return self.call("export", *[INTERVIEW] * movies, "--jobs", str(movies), "--clip", CLIP,
+                             "--out", self.out, **limits(NOFILE=descriptors))
+        status, printed, said = export(30, 20)
+        self.assertEqual((status, len(printed.splitlines()), said), (0, 30, ""))
+        for descriptors in range(4, 12):
+            export(2, descriptors)
+            self.expect_nothing_left()
+
 
 if __name__ == "__main__":
     unittest.main()
