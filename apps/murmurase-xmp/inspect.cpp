@@ -37,7 +37,7 @@ json rate_of(const Movie& movie) {
     evidence.push_back({{"property", "duration/scale"},
                         {"text", movie.duration_scale},
                         {"rate", json()},
-                        {"used", used == nullptr}});
+                        {"used", used == nullptr && frames_can_be_counted(movie)}});
   }
   const std::string scale = normal_scale(movie);
   const std::optional<double> rate = rate_of_scale(scale);

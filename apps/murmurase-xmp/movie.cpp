@@ -197,7 +197,8 @@ void read_rates(const Gathered& gathered, Movie& movie) {
                                            each.property, in_quotes(each.text)));
   }
   if (used_evidence(movie) != nullptr) return;
-  if (movie.duration_scale.empty() && movie.timecodes.empty()) return;
+  const bool has_duration = !movie.duration_scale.empty() || !movie.duration_value.empty();
+  if (!has_duration && movie.timecodes.empty()) return;
   const std::optional<double> rate = rate_of_scale(movie.duration_scale);
   if (rate && *rate >= 20 && *rate <= 120) return;
   std::string warning = "nothing tells the frame rate";
@@ -207,9 +208,11 @@ void read_rates(const Gathered& gathered, Movie& movie) {
                            rate ? fmt::format("{} frames per second", *rate) : "no rate");
   }
   if (!frames_can_be_counted(movie)) {
-    warning += movie.timecodes.empty()
-                   ? "; it is left out, and times are clock times"
-                   : "; the start timecode is left out, and times are clock times";
+    const char* const left_out = !has_duration ? "the start timecode is"
+                                 : movie.timecodes.empty()
+                                     ? "the duration is"
+                                     : "the duration and the start timecode are";
+    warning += fmt::format("; {} left out, and times are clock times", left_out);
   }
   movie.warnings.push_back(warning);
 }

@@ -140,11 +140,11 @@ std::string rescaled_value(const Movie& movie, const std::string& new_scale) {
 
 void append_duration(std::string& out, const Movie& movie) {
   const std::string scale = normal_scale(movie);
+  if (scale.empty()) return;
   const std::string value = rescaled_value(movie, scale);
-  if (scale.empty() && value.empty()) return;
   out += "   <xmpDM:duration rdf:parseType=\"Resource\">";
   if (!value.empty()) append_field(out, "value", value);
-  if (!scale.empty()) append_field(out, "scale", scale);
+  append_field(out, "scale", scale);
   out += "</xmpDM:duration>\n";
 }
 
