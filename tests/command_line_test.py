@@ -109,7 +109,10 @@ class CommandLine(Case):
                           ["export", movie, "--out", self.folder],
                           ["export", INTERVIEW, "./take.txt", "--out", self.folder, "--clip", clip]):
             self.expect_failure(*arguments, "--xmp-tool", PLAIN_TOOL, said="would be overwritten")
+        tool = self.tool("exit 1")
+        self.expect_failure("text", INTERVIEW, tool, "--xmp-tool", tool, said="would be overwritten")
         self.assertEqual((self.folder / "take.txt").read_bytes(), PACKET)
+        self.assertEqual((pathlib.Path(sidecar).read_bytes(), pathlib.Path(names).read_text()), (PACKET, "[]"))
         self.assertEqual((self.folder / "take.xml").read_bytes(), CLIP.read_bytes())
 
     def test_excel(self):

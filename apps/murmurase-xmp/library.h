@@ -21,10 +21,11 @@ class Bounds {
  public:
   explicit Bounds(std::string failure);
   ~Bounds();
-  // Whether an allocation has failed since the last Bounds began.
-  static bool memory_ran_out();
   Bounds(const Bounds&) = delete;
   Bounds& operator=(const Bounds&) = delete;
+
+  // Whether an allocation has failed since the last Bounds began.
+  static bool memory_ran_out();
 
  private:
   rlimit memory_{};
