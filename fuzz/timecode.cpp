@@ -11,8 +11,6 @@ using namespace murmurase::fuzz;
 
 namespace {
 
-__extension__ using Wide = __int128;
-
 // The frames of a label with four fields, in wider arithmetic.
 Wide frames_of(std::string_view label, std::int64_t rate, bool drop_frame) {
   Wide field[4] = {};
@@ -35,10 +33,13 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto choice = input.take<std::uint8_t>();
   const std::int64_t rate = choice & 1 ? input.take<std::int8_t>() : input.take<std::int64_t>();
   const char* const format = choice & 2 ? "DF" : choice & 4 ? "NDF" : "other";
-  const double frames = choice & 8 ? input.take<std::int32_t>() : input.take<double>();
+  const Number frames =
+      choice & 8 ? Number(input.take<std::int64_t>()) : Number(input.take<double>());
   std::string label;
   if (accepted([&] { label = to_timecode(frames, rate, format); })) {
-    const auto whole = static_cast<Wide>(std::round(frames));
+    const double* real = std::get_if<double>(&frames);
+    const Wide whole =
+        real ? static_cast<Wide>(std::round(*real)) : Wide{std::get<std::int64_t>(frames)};
     check(frames_of(label, rate, choice & 2) == whole, "the label counts its frames");
     check((label.find(';') == label.npos) == (format[0] == 'N'), "the separator tells the format");
     accepted(

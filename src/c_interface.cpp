@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -164,9 +165,11 @@ struct Startup {
   murmurase_error* error = nullptr;
 };
 
-// Made at first use and never destroyed, so that a host may still call while the process ends.
-Startup& startup() {
-  static Startup& only = *new Startup;
+// Made at first use, in a place that needs no memory to be found for it, and never destroyed, so that a
+// host may still call while the process ends.
+Startup& startup() noexcept {
+  alignas(Startup) static std::byte place[sizeof(Startup)];
+  static Startup& only = *new (place) Startup;
   return only;
 }
 
@@ -201,28 +204,15 @@ void murmurase_error_free(murmurase_error* error) {
 }
 
 void Init_murmurase_algorithm(void) {
-  murmurase_error* failure = nullptr;
-  murmurase_error* const outside = guarded([&] {
-    Startup& process = startup();
-    failure = guarded([&] { murmurase::start_up(process.module); });
-    murmurase_error_free(std::exchange(process.error, failure));
-  });
-  static_cast<void>(outside);  // no memory for the module itself: it stays without operations
+  murmurase_error* const failure = guarded([] { murmurase::start_up(startup().module); });
+  murmurase_error_free(std::exchange(startup().error, failure));
 }
 
-const murmurase_error* murmurase_startup_error(void) {
-  const murmurase_error* error = nullptr;
-  murmurase_error* const outside = guarded([&] { error = startup().error; });
-  return outside != nullptr ? outside : error;
-}
+const murmurase_error* murmurase_startup_error(void) { return startup().error; }
 
 const char* murmurase_temp_xml_file(void) {
-  const char* path = nullptr;
-  murmurase_error* const outside = guarded([&] {
-    const auto& file = startup().module.process.temp_xml_file;
-    if (file) path = file->c_str();
-  });
-  return outside != nullptr ? nullptr : path;
+  const std::optional<std::string>& file = startup().module.process.temp_xml_file;
+  return file ? file->c_str() : nullptr;
 }
 
 murmurase_error* murmurase_new_boolean(bool boolean, murmurase_value** result) {
@@ -417,20 +407,11 @@ murmurase_error* murmurase_call(murmurase_controller* controller, const char* op
   });
 }
 
-int murmurase_tool_status(void) {
-  int status = 0;
-  murmurase_error* const outside = guarded([&] { status = startup().module.process.tool_status; });
-  static_cast<void>(outside);  // without memory for the module no tool has run
-  return status;
-}
+int murmurase_tool_status(void) { return startup().module.process.tool_status; }
 
 void murmurase_end_tool(void) { murmurase::system_platform().end_xmp_tool(); }
 
-void murmurase_set_host_ui_active(bool active) {
-  murmurase_error* const outside =
-      guarded([&] { startup().module.process.host_ui_active = active; });
-  static_cast<void>(outside);  // without memory for the module no operation will ask
-}
+void murmurase_set_host_ui_active(bool active) { startup().module.process.host_ui_active = active; }
 
 murmurase_error* murmurase_set_open_command(const char* command) {
   return guarded([&] {

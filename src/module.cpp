@@ -1,10 +1,15 @@
 #include "module.h"
 
+#include <fmt/format.h>
 #include <libxml/parser.h>
 
 #include <new>
+#include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
+#include "core/error.h"
 #include "export/marker_clip.h"
 #include "export/spreadsheet.h"
 #include "export/text_transcript.h"
@@ -33,12 +38,13 @@ constexpr Operation operations[] = {
     operation<create_clip_with_markers>("create_clip_with_markers"),
 };
 
-void prepare_working_folder(Process& process) {
-  const std::vector<std::string> directories = process.platform.application_support_directories();
-  if (directories.empty()) return;
-  const std::string folder = process.platform.expand_tilde(directories.front()) + "/Fernwork";
-  if (!process.platform.is_directory(folder)) process.platform.create_directory(folder);
-  process.temp_xml_file = folder + "/Parlenda.xml";
+// Makes the working folder if it is not there. Gives the path of the clip file in it.
+std::optional<std::string> prepare_working_folder(Platform& platform) {
+  const std::vector<std::string> directories = platform.application_support_directories();
+  if (directories.empty()) return std::nullopt;
+  const std::string folder = platform.expand_tilde(directories.front()) + "/Fernwork";
+  if (!platform.is_directory(folder)) platform.create_directory(folder);
+  return folder + "/Parlenda.xml";
 }
 
 void start_parser() {
@@ -49,14 +55,47 @@ void start_parser() {
   if (ran_out) throw std::bad_alloc();
 }
 
+void start_first(Module& module) {
+  start_parser();
+  std::optional<std::string> file = prepare_working_folder(module.process.platform);
+  OperationTable installed;
+  for (const Operation& each : operations) installed.install(each);
+  module.operations = std::move(installed);
+  module.process.temp_xml_file = std::move(file);
+}
+
+// Ends in the error for the first operation that cannot be installed twice.
+void start_again(Module& module) {
+  start_parser();
+  static_cast<void>(prepare_working_folder(module.process.platform));
+  for (const Operation& each : operations) module.operations.install(each);
+}
+
+[[noreturn]] void refuse_after(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const Error& error) {
+    throw Error(error.kind(),
+                fmt::format("start-up failed earlier, and only a new process can try again: {}",
+                            error.what()),
+                error.number());
+  }
+}
+
 }  // namespace
 
 void start_up(Module& module) {
-  start_parser();
-  prepare_working_folder(module.process);
-  OperationTable installed = module.operations;  // all of them, or none
-  for (const Operation& each : operations) installed.install(each);
-  module.operations = std::move(installed);
+  if (module.failure) refuse_after(module.failure);
+  if (!module.operations.empty()) {
+    start_again(module);
+    return;
+  }
+  try {
+    start_first(module);
+  } catch (...) {
+    module.failure = std::current_exception();
+    throw;
+  }
 }
 
 }  // namespace murmurase

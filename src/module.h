@@ -1,5 +1,7 @@
 #pragma once
 
+#include <exception>
+
 #include "core/controller.h"
 #include "core/operation.h"
 
@@ -11,11 +13,13 @@ struct Module {
 
   Process process;
   OperationTable operations;
+  std::exception_ptr failure;  // of the first start-up
 };
 
 // Prepares the working folder, sets TEMP_XML_FILE and installs the operations. Errors: system when
-// the working folder cannot be made, nothing being set or installed then; type when the module has
-// been started before, its operations staying in place.
+// the working folder cannot be made, memory; the module then has nothing set or installed, and each
+// later start-up fails for the same reason. Type when the module has been started before:
+// TEMP_XML_FILE stays as it is, and so do the operations, the three of timecode being installed again.
 void start_up(Module& module);
 
 }  // namespace murmurase

@@ -18,7 +18,7 @@
   F(new_boolean) F(new_host_object) F(new_integer) F(new_list) F(new_real) F(new_record)   \
   F(new_text) F(record_get) F(record_key) F(record_set) F(set) F(set_host_ui_active)       \
   F(set_open_command)                                                                     \
-  F(size) F(startup_error) F(value_copy) F(value_free) F(value_kind) F(version)
+  F(size) F(startup_error) F(temp_xml_file) F(value_copy) F(value_free) F(value_kind) F(version)
 /* clang-format on */
 
 static struct {
@@ -310,12 +310,14 @@ int main(int count, char** arguments) {
   m.controller_free(controller);
 
   /* A second start-up fails, and leaves the operations; a host may lack a callback until it counts. */
+  const char* const file = m.temp_xml_file();
   start();
   EXPECT(m.error_get_kind(m.startup_error()) == MURMURASE_ERROR_TYPE);
+  EXPECT(file != NULL && m.temp_xml_file() == file);
   EXPECT(succeeded(m.controller_new(&silent, &controller)));
   murmurase_value* value = NULL;
-  EXPECT(succeeded(call(controller, "to_timestamp", 1, integer(3725), NULL, &value)));
-  EXPECT(is_text(value, "01:02:05"));
+  EXPECT(succeeded(call(controller, "to_timestamp", 1, integer(9007199254740993), NULL, &value)));
+  EXPECT(is_text(value, "2501999792983:36:33"));
   m.value_free(value);
   m.set_host_ui_active(true);
   EXPECT(kind(call(controller, "build_words_array", 1, integer(3), NULL, NULL)) ==

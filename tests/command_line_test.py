@@ -230,6 +230,8 @@ class CommandLine(Case):
                           ["timecode", "label"]):
             self.assertIn("Example", self.expect(*arguments, "--help"))
         self.assertEqual(self.expect("timecode", "label", "1234.5", "--rate", "25"), "00:00:49:10\n")
+        self.assertEqual(self.expect("timecode", "label", "9007199254740993", "--rate", "25")[-4:], ":18\n")
+        self.assertEqual(self.expect("timecode", "clock", "9007199254740993")[-4:], ":33\n")
         self.assertEqual(self.expect("timecode", "frames", "01:00:00;00", "--rate", "30"), "108000\n")
 
     def test_start_up_failure_and_a_home_without_anything(self):

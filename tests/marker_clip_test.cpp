@@ -76,6 +76,15 @@ std::string with_markers(const std::string& clip, const std::vector<std::string>
   return text.insert(text.rfind("</clip>"), added);
 }
 
+static_assert(coloured_marker.size() == 145 && plain_marker.size() == 74);
+
+// The first marker of the clip, without its texts.
+std::string form_of(const std::string& clip) {
+  std::smatch marker;
+  std::regex_search(clip, marker, std::regex("<marker> .*</marker>"));
+  return std::regex_replace(marker.str(), std::regex(">[^<> ]+</(?!alpha)"), "></");
+}
+
 TEST(MarkerClip, Markers) {
   const std::vector<Word> words = {
       {"Good", "1200", "0", "Speaker 1"},
@@ -96,7 +105,7 @@ TEST(MarkerClip, Markers) {
   // Whether the clip is repaired, too: then its blanks stay.
   const std::tuple<std::string, std::vector<std::string>, bool> cases[] = {
       {sample, coloured, false},
-      {sample_with("\"5\"", "\"12b\""), coloured, false},
+      {sample_with("\"5\"", "\"99999999999999999999b\""), coloured, false},
       {sample_with("\"5\"", "\"4\""), plain, false},
       {sample_with("\"5\"", "\"v5\""), plain, false},
       {sample_with(" version=\"5\"", ""), plain, false},
@@ -111,6 +120,7 @@ TEST(MarkerClip, Markers) {
     desk.controller.speakers_array->at(1).name = "";
     EXPECT_EQ(desk.run(), "");
     EXPECT_EQ(desk.written(), with_markers(clip, markers, !repaired));
+    EXPECT_EQ(form_of(desk.written()), markers == plain ? plain_marker : coloured_marker);
     EXPECT_EQ(desk.controller.in, 92);
     EXPECT_FALSE(desk.controller.clip_xml_clone);
     EXPECT_EQ(desk.platform.marked, "KeyG out.xml");
@@ -139,6 +149,7 @@ TEST(MarkerClip, FramesTruncate) {
       {" 3<!-- -->0x", {"0", "1000", "1000"}, "0 -1 0 29 30 29 "},
       {"25", {"2000", "-1010"}, "0 49 50 -26 "},
       {"none", {"2000", "9000"}, "0 -1 0 -1 "},
+      {"99999999999999999999", {"0"}, "0 -1 "},
   };
   for (const auto& [timebase, starts, expected] : cases) {
     std::vector<Word> words;
@@ -203,7 +214,8 @@ TEST(MarkerClip, FailuresKeepTheWorkingCopy) {
        Kind::missing_value, "\"B\"", 1},
       {sample, [](ClipDesk& desk) { desk.controller.speakers_array->at(1).name = "a\x01"; },
        Kind::xml, "the speaker's name of phrase 2, \"a\\x01\"", 1},
-      {sample_with(" 25", "9223372036854775807"), no_change, Kind::range, "start frame", 1},
+      {sample_with(" 25", "9223372036854775807"), no_change, Kind::range,
+       "start frame of marker 2: 1 s at 9.22", 1},
       {sample, [](ClipDesk& desk) { desk.process.temp_xml_file.reset(); }, Kind::name,
        "TEMP_XML_FILE", 2},
       {sample, [](ClipDesk& desk) { desk.platform.files_can_be_written = false; }, Kind::system,

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "core/fields.h"
+#include "model/speaker_list.h"
 #include "support.h"
 
 namespace murmurase::test {
@@ -43,7 +44,38 @@ TEST(Operations, CountsAndKindsOfArguments) {
   }
   EXPECT_EQ(std::get<std::string>(call("to_timecode", {{1800.0}, {30.0}, text}).data),
             "00:01:00;02");
+  const Value many_digits{std::int64_t{9007199254740993}};
+  EXPECT_EQ(std::get<std::string>(call("to_timestamp", {many_digits}).data), "2501999792983:36:33");
+  const std::vector<Value> frames = {many_digits, {25.0}, {std::string("NDF")}};
+  EXPECT_EQ(std::get<std::string>(call("to_timecode", frames).data), "100079991719:20:39:18");
   EXPECT_EQ(std::get<std::int64_t>(call("to_frames", {text, number, {}}).data), 0);  // left out
+}
+
+TEST(StartUp, CountsOnce) {
+  FakePlatform platform;
+  FakeHost host;
+  platform.support = {"/a", "/b"};
+  Module module(platform);
+  start_up(module);
+  const char* const file = module.process.temp_xml_file->c_str();
+  EXPECT_STREQ(file, "/a/Fernwork/Parlenda.xml");
+  platform.support = {"/b"};
+  module.operations.install(operation<build_speakers_array>("to_frames", true));
+  EXPECT_EQ(error_of([&] { start_up(module); }),
+            "3: parse_xml_file is installed already; start-up runs once");
+  EXPECT_EQ(module.process.temp_xml_file->c_str(), file);
+  Controller controller(module.process, host);
+  EXPECT_EQ(error_of([&] { module.operations.call("to_frames", controller, {}); }),
+            "1: wrong number of arguments (0 for 2)");
+
+  Module unusable(platform);
+  for (const bool again : {false, true}) {
+    platform.folders_can_be_made = again;
+    const std::string error = error_of([&] { start_up(unusable); });
+    EXPECT_TRUE(is_error(error, ErrorKind::system, "cannot make the folder /b/Fernwork")) << error;
+    EXPECT_EQ(error.find("start-up failed earlier") != std::string::npos, again) << error;
+    EXPECT_TRUE(unusable.operations.empty() && !unusable.process.temp_xml_file);
+  }
 }
 
 TEST(Fields, TakeOnlyTheirKind) {

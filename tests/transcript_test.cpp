@@ -103,6 +103,7 @@ TEST(Grouping, Failures) {
       {speech(said_by("AA")), 0, Kind::zero_division, "0 words"},
       {speech(example, "f25"), 100, Kind::range, "\"f25\""},
       {speech(example, "f30000s1001"), 100, Kind::range, "\"f30000s1001\""},
+      {speech(example, "f10000000000000000000001"), 100, Kind::range, "00001\""},
       {speech(example, "f0"), 100, Kind::range, "\"f0\""},
       {speech(example, "f-1000"), 100, Kind::range, "\"f-1000\""},
       {lacking("frameRate"), 100, Kind::missing_value, "frameRate"},
@@ -149,7 +150,7 @@ TEST(TextTranscript, Text) {
 
 TEST(TextTranscript, FailuresKeepWhatWasBuilt) {
   Desk desk;
-  load(desk, speech({}) + "<xmpDM:speaker>A</xmpDM:speaker>");
+  load(desk, speech({}, "f25") + "<xmpDM:speaker>A</xmpDM:speaker>");  // no word needs a time base
   const auto failing = [&] { return error_of([&] { save_to_text(desk.controller, 100, "out"); }); };
   EXPECT_TRUE(is_error(failing(), ErrorKind::missing_value, "no words"));
   EXPECT_EQ(desk.controller.text_to_save, "  A\n");

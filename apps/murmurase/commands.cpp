@@ -233,7 +233,7 @@ void write_markers(const MovieOptions& options, const std::string& clip, const s
   });
 }
 
-void print_label(double frames, double rate, bool drop_frame) {
+void print_label(const json& frames, double rate, bool drop_frame) {
   load_module();
   const Value label =
       Controller().call("to_timecode", {frames, whole_rate(rate), format_name(drop_frame)});
@@ -247,7 +247,7 @@ void print_frames(const std::string& label, double rate, bool drop_frame) {
   print(to_json(frames.get()).dump() + '\n');
 }
 
-void print_clock(double seconds) {
+void print_clock(const json& seconds) {
   load_module();
   const Value label = Controller().call("to_timestamp", {seconds});
   print(to_json(label.get()).get<std::string>() + '\n');

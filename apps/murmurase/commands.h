@@ -23,9 +23,10 @@ void write_excel(const MovieOptions& options, const std::string& output);
 void write_markers(const MovieOptions& options, const std::string& clip, const std::string& output,
                    const std::string& open_with);
 
-// rate: frames per second; the labels count it rounded to a whole number.
-void print_label(double frames, double rate, bool drop_frame);
+// rate: frames per second; the labels count it rounded to a whole number. Frames and seconds are whole,
+// with all their digits, or real.
+void print_label(const json& frames, double rate, bool drop_frame);
 void print_frames(const std::string& label, double rate, bool drop_frame);
-void print_clock(double seconds);
+void print_clock(const json& seconds);
 
 }  // namespace host

@@ -57,14 +57,25 @@ std::int64_t words_of(const std::string& text) {
 }
 
 // CLI11's own reading takes a decimal comma where the locale has one.
-double number_of(const char* option, const std::string& text) {
+template <typename Number>
+bool is_number(const std::string& text, Number& number) {
   std::istringstream stream(text);
   stream.imbue(std::locale::classic());
+  return stream >> number && stream.peek() == std::istringstream::traits_type::eof();
+}
+
+double number_of(const char* option, const std::string& text) {
   double number = 0;
-  if (!(stream >> number) || stream.peek() != std::istringstream::traits_type::eof()) {
+  if (!is_number(text, number)) {
     throw CLI::ValidationError(fmt::format("{}: {} is not a number", option, text));
   }
   return number;
+}
+
+// A double would not keep all digits of a whole number.
+host::json exact_number_of(const char* option, const std::string& text) {
+  std::int64_t whole = 0;
+  return is_number(text, whole) ? host::json(whole) : host::json(number_of(option, text));
 }
 
 // What the commands share that read one movie or many.
@@ -101,7 +112,7 @@ void add_words(CLI::App& command, host::MovieOptions& options) {
 }
 
 struct TimecodeOptions {
-  double number = 0;  // frames or seconds
+  std::string number;  // frames or seconds
   std::string label;
   double rate = 0;
   bool drop_frame = false;
@@ -138,8 +149,8 @@ void add_timecode(CLI::App& app, TimecodeOptions& options) {
         ->add_option_function<std::string>(
             name,
             [&options, name](const std::string& text) {
-              options.number = number_of(name, text);
-              if (options.number < 0) {
+              options.number = text;
+              if (number_of(name, text) < 0) {
                 throw CLI::ValidationError(fmt::format("{}: {} is below 0", name, text));
               }
             },
@@ -148,7 +159,9 @@ void add_timecode(CLI::App& app, TimecodeOptions& options) {
   };
   add_number(label, "FRAMES", "A frame count, from 0");
   add_rate(label);
-  label->callback([&] { host::print_label(options.number, options.rate, options.drop_frame); });
+  label->callback([&] {
+    host::print_label(exact_number_of("FRAMES", options.number), options.rate, options.drop_frame);
+  });
   CLI::App* frames = add("frames", "The frame count of a timecode label",
                          "'01:00:00;00' --rate 29.97 --drop-frame");
   frames->add_option("LABEL", options.label, "A timecode label, such as 01:00:00:00")
@@ -160,7 +173,7 @@ void add_timecode(CLI::App& app, TimecodeOptions& options) {
   frames->callback([&] { host::print_frames(options.label, options.rate, options.drop_frame); });
   CLI::App* clock = add("clock", "The clock label of a time in seconds", "3725.4");
   add_number(clock, "SECONDS", "A time, from 0");
-  clock->callback([&] { host::print_clock(options.number); });
+  clock->callback([&] { host::print_clock(exact_number_of("SECONDS", options.number)); });
 }
 
 // What is left of a command line: the outputs, and what the marker clip is made of.

@@ -88,8 +88,13 @@ MURMURASE_API void murmurase_error_free(murmurase_error* error);
 
 /*
  * The module's entry point. Prepares the working folder "Fernwork" in the user's Application Support
- * directory and installs the operations. To be called once, before any controller calls an operation;
- * a second call ends in a type error and leaves the installed operations in place.
+ * directory and installs the operations. To be called once, before any controller calls an operation.
+ *
+ * A call after one that succeeded prepares the working folder again, installs to_timecode, to_timestamp
+ * and to_frames again, and ends in a type error (in a system error if the folder cannot be made). The
+ * other operations stay in place, and murmurase_temp_xml_file() gives the same pointer. After a first
+ * call that failed, the module cannot be used in this process: each further call fails for the same
+ * reason, which its error repeats.
  *
  * Application Support is the system's own on macOS; elsewhere $XDG_DATA_HOME when that is an absolute
  * path, else ~/.local/share; it is made when it is missing. Without any such directory (no $HOME, or
@@ -100,13 +105,15 @@ MURMURASE_API void Init_murmurase_algorithm(void);
 
 /*
  * Why the last start-up failed, or NULL when it succeeded or has not been called. After a failed
- * first start-up the module has no operations. The module owns the error.
+ * first start-up the module has no operations. The module owns the error, which lives until the next
+ * start-up.
  */
 MURMURASE_API const murmurase_error* murmurase_startup_error(void);
 
 /*
- * TEMP_XML_FILE: the path of the file that create_clip_with_markers writes, set by start-up; NULL when
- * there is no Application Support directory. The module owns the text.
+ * TEMP_XML_FILE: the path of the file that create_clip_with_markers writes, set once by the first
+ * start-up; NULL when there is no Application Support directory. The module owns the text; it lives as
+ * long as the module.
  */
 MURMURASE_API const char* murmurase_temp_xml_file(void);
 
@@ -254,16 +261,20 @@ MURMURASE_CHECKED murmurase_error* murmurase_set(murmurase_controller* controlle
  *
  *   to_timecode(frames, rate, displayformat)      text: the timecode label (SMPTE ST 12-1). frames: a
  *                                                 frame count, whole or real, from 0; rate: labels per
- *                                                 second, a whole number from 1; "DF" or "NDF"
- *   to_timestamp(seconds)                         text: hours, minutes and seconds joined by ":"
- *   to_frames(timecode, rate[, displayformat])    integer: the label's frame count; "NDF" by default
+ *                                                 second, a whole number from 1; "DF" or "NDF". A whole
+ *                                                 number keeps all its digits, a real one is rounded
+ *   to_timestamp(seconds)                         text: hours, minutes and seconds joined by ":"; seconds
+ *                                                 as frames above
+ *   to_frames(timecode, rate[, displayformat])    integer: the label's frame count; "NDF" by default. Range
+ *                                                 error if 64 bits cannot hold the count
  *   parse_xml_file(path)                          list of the clip file's document and the name of its
  *                                                 first top-level node, "xmeml"; a malformed file is
  *                                                 repaired in memory, see murmurase_document_repair()
  *   parse_xmp_from_mov(movie_path)                has the XMP tool print the movie's packet and reads
  *                                                 it; list of the track-type elements, null when the
  *                                                 tool failed. Sets frame_rate, displayformat,
- *                                                 first_frame, transcription_xml
+ *                                                 first_frame, transcription_xml, which is absent after a
+ *                                                 failed read
  *   build_speakers_array()                        sets speakers_array; the list when a speaker
  *                                                 recurs, else null
  *   build_words_array(grouping)                   sets words_array; null. grouping: words in a phrase,

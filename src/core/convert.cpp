@@ -76,14 +76,21 @@ void from_value(const Value& value, std::string_view what, double& target) {
 }
 
 void from_value(const Value& value, std::string_view what, std::int64_t& target) {
-  constexpr double limit = 9223372036854775808.0;  // 2 to the 63rd
   if (const auto* real = std::get_if<double>(&value.data)) {
-    if (std::trunc(*real) != *real || *real < -limit || *real >= limit) {
+    if (std::trunc(*real) != *real || *real < -integer_limit || *real >= integer_limit) {
       throw Error(ErrorKind::type, fmt::format("{} must be a whole number, not {}", what, *real));
     }
     target = static_cast<std::int64_t>(*real);
   } else {
     target = as<std::int64_t>(value, what, "a whole number");
+  }
+}
+
+void from_value(const Value& value, std::string_view what, Number& target) {
+  if (const auto* integer = std::get_if<std::int64_t>(&value.data)) {
+    target = *integer;
+  } else {
+    target = as<double>(value, what, "a number");
   }
 }
 

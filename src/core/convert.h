@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/controller.h"
+#include "core/numbers.h"
 #include "core/value.h"
 
 // Between dynamic values and the types of operations and fields.
@@ -43,6 +44,7 @@ Value to_value(const std::optional<T>& value) {
 // real may be given as an integer, and an integer as a real that is whole.
 void from_value(const Value& value, std::string_view what, double& target);
 void from_value(const Value& value, std::string_view what, std::int64_t& target);
+void from_value(const Value& value, std::string_view what, Number& target);
 void from_value(const Value& value, std::string_view what, std::string& target);
 void from_value(const Value& value, std::string_view what, std::string_view& target);  // no copy
 void from_value(const Value& value, std::string_view what, XmlDocument& target);

@@ -31,15 +31,6 @@ struct Cursor {
   }
 };
 
-std::int64_t checked_integer(double rounded, double number, std::string_view what) {
-  constexpr double limit = 9223372036854775808.0;  // 2 to the 63rd
-  if (!(rounded >= -limit && rounded < limit)) {
-    throw Error(ErrorKind::range,
-                fmt::format("{} is {}, which is no countable number", what, number));
-  }
-  return static_cast<std::int64_t>(rounded);
-}
-
 // strtod reads by the locale's decimal point, so it is given the C locale for good.
 double parse_double(const std::string& digits) {
   static const locale_t c_locale = newlocale(LC_ALL_MASK, "C", nullptr);
@@ -69,7 +60,7 @@ double leading_double(std::string_view text, bool underscores) {
     take_digits();
   } else if (digits <= 15 && cursor.peek() != 'e' && cursor.peek() != 'E') {
     // Exact, and what nearly every time is.
-    const auto value = static_cast<double>(leading_integer(number));
+    const auto value = static_cast<double>(static_cast<std::int64_t>(leading_integer(number)));
     return value == 0 && digits > 0 && number.starts_with('-') ? -0.0 : value;
   }
   if (digits == 0) return 0.0;
@@ -87,31 +78,28 @@ double leading_double(std::string_view text, bool underscores) {
 
 }  // namespace
 
-std::int64_t round_half_away(double number, std::string_view what) {
-  return checked_integer(std::round(number), number, what);
+std::int64_t round_half_away(Number number, std::string_view what) {
+  if (const auto* whole = std::get_if<std::int64_t>(&number)) return *whole;
+  const double real = *std::get_if<double>(&number);
+  const double rounded = std::round(real);
+  if (!(rounded >= -integer_limit && rounded < integer_limit)) {
+    throw Error(ErrorKind::range,
+                fmt::format("{} is {}, which is no countable number", what, real));
+  }
+  return static_cast<std::int64_t>(rounded);
 }
 
-std::int64_t truncate_to_integer(double number, std::string_view what) {
-  return checked_integer(std::trunc(number), number, what);
-}
-
-std::int64_t leading_integer(std::string_view text) {
+Wide leading_integer(std::string_view text) {
   Cursor cursor{text};
   cursor.skip_space();
   const bool negative = cursor.peek() == '-';
   if (is_sign(cursor.peek())) ++cursor.at;
-  std::int64_t value = 0;  // kept negative: the range below zero is the larger one
-  bool overflow = false;
-  for (; is_digit(cursor.peek()); ++cursor.at) {
-    overflow |= __builtin_mul_overflow(value, std::int64_t{10}, &value) ||
-                __builtin_sub_overflow(value, std::int64_t{cursor.peek() - '0'}, &value);
+  constexpr Wide enough = Wide{1'000'000'000'000'000} * 1'000'000'000'000'000;  // 31 digits
+  Wide value = 0;
+  for (; is_digit(cursor.peek()) && value < enough; ++cursor.at) {
+    value = value * 10 + (cursor.peek() - '0');
   }
-  if (!negative) overflow |= __builtin_sub_overflow(std::int64_t{0}, value, &value);
-  if (overflow) {
-    throw Error(ErrorKind::range,
-                fmt::format("the number {} is too large", printable(text.substr(0, 40))));
-  }
-  return value;
+  return negative ? -value : value;
 }
 
 double leading_double(std::string_view text) { return leading_double(text, false); }

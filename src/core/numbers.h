@@ -3,14 +3,26 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <variant>
 
 // The house's conventions for numbers and text. None depends on the locale.
 namespace murmurase {
 
+// A whole number keeps all its digits. A double keeps about 16.
+using Number = std::variant<std::int64_t, double>;
+
+// Has room for sums and products of numbers of 64 bits.
+__extension__ using Wide = __int128;
+
+// The least real number above all whole numbers of 64 bits; the negative one is the least of these.
+inline constexpr double integer_limit = 0x1p63;
+
 // Largest whole number not above the exact quotient. The divisor is positive.
-constexpr std::int64_t floor_div(std::int64_t dividend, std::int64_t divisor) {
-  const std::int64_t quotient = dividend / divisor;
-  return dividend % divisor < 0 ? quotient - 1 : quotient;
+template <typename Whole>
+constexpr Whole floor_div(Whole dividend, std::type_identity_t<Whole> divisor) {
+  const Whole quotient = dividend / divisor;
+  return quotient * divisor > dividend ? quotient - 1 : quotient;
 }
 
 // dividend - divisor * floor_div(dividend, divisor): from 0 to divisor - 1.
@@ -21,14 +33,12 @@ constexpr std::int64_t floor_mod(std::int64_t dividend, std::int64_t divisor) {
 
 // Nearest whole number, halves away from zero. `what` names the number in the range error for one
 // that is infinite, not a number or beyond 64 bits.
-std::int64_t round_half_away(double number, std::string_view what);
-
-// Toward zero, with the same error.
-std::int64_t truncate_to_integer(double number, std::string_view what);
+std::int64_t round_half_away(Number number, std::string_view what);
 
 // The whole number at the start of the text: leading white space, a sign, decimal digits up to the
-// first other character; 0 when there is none. Range error beyond 64 bits.
-std::int64_t leading_integer(std::string_view text);
+// first other character; 0 when there is none. Never fails: of more than 31 digits the first 31 count,
+// which is far beyond 64 bits.
+Wide leading_integer(std::string_view text);
 
 // The decimal number at the start of the text: leading white space, a sign, digits, a fraction and an
 // exponent; 0.0 when there is none, infinite beyond a double's range.

@@ -30,6 +30,8 @@ struct Operation {
 // The installed operations, in the order of their installation.
 class OperationTable {
  public:
+  bool empty() const { return operations_.empty(); }
+
   // Type error for an operation that is there and not repeatable.
   void install(const Operation& operation);
 

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <limits>
+#include <cmath>
 #include <memory>
 
 #include "core/convert.h"
@@ -20,20 +20,21 @@ namespace murmurase {
 namespace {
 
 struct Colour {
+  const char* color;  // its label, which no clip holds
   const char* red;
   const char* green;
   const char* blue;
 };
 
-// Red, orange, yellow, green, turquoise, blue, purple and pink; the halves are not all the same.
-constexpr std::array<Colour, 8> palette = {{{"255", "0", "0"},
-                                            {"255", "127", "0"},
-                                            {"255", "255", "0"},
-                                            {"48", "191", "72"},
-                                            {"48", "191", "191"},
-                                            {"0", "128", "255"},
-                                            {"127", "0", "255"},
-                                            {"255", "0", "127"}}};
+// The halves are not all the same.
+constexpr std::array<Colour, 8> palette = {{{"Red", "255", "0", "0"},
+                                            {"Orange", "255", "127", "0"},
+                                            {"Yellow", "255", "255", "0"},
+                                            {"Green", "48", "191", "72"},
+                                            {"Turquoise", "48", "191", "191"},
+                                            {"Blue", "0", "128", "255"},
+                                            {"Purple", "127", "0", "255"},
+                                            {"Pink", "255", "0", "127"}}};
 
 constexpr std::int64_t first_coloured_version = 5;
 constexpr std::string_view final_cut_pro_creator = "KeyG";
@@ -77,12 +78,8 @@ struct Marker {
   std::int64_t out;
 };
 
-// Makes the markers of one clip. Each has this form, with single spaces that belong to it, and the
-// colour only from version 5 on:
-//
-//   <marker> <name></name> <comment></comment>
-//   <color><alpha>0</alpha><red></red><green></green><blue></blue></color> <in></in> <out></out>
-//   </marker>
+// Makes the markers of one clip, in the form of coloured_marker or plain_marker. To parse these texts
+// for each marker would take longer.
 class MarkerBuilder {
  public:
   explicit MarkerBuilder(xmlNode* clip) : clip_(clip), build_(clip->doc) {}
@@ -141,18 +138,19 @@ void check_text(std::string_view text, std::string_view what, std::size_t phrase
                           what, phrase + 1, printable(text.substr(0, 80))));
 }
 
-// The phrase's start frame.
-std::int64_t start_frame(const WordGroup& phrase, std::int64_t timebase) {
-  constexpr std::string_view what = "the start frame of a phrase";
-  const std::int64_t frame =
-      truncate_to_integer(phrase.time_in * static_cast<double>(timebase), what);
-  if (frame == std::numeric_limits<std::int64_t>::min()) {
-    throw Error(ErrorKind::range, fmt::format("{} is too far before the movie's start", what));
+// The start frame of phrase `i`. 64 bits must hold the frame before it too.
+std::int64_t start_frame(const WordGroup& phrase, double timebase, std::size_t i) {
+  const double frame = std::trunc(phrase.time_in * timebase);
+  if (!(frame > -integer_limit && frame < integer_limit)) {
+    throw Error(ErrorKind::range,
+                fmt::format("64 bits cannot count the start frame of marker {}: {} s at {} frames "
+                            "per second",
+                            i + 1, phrase.time_in, timebase));
   }
-  return frame;
+  return static_cast<std::int64_t>(frame);
 }
 
-void add_markers(Controller& controller, xmlNode* clip, bool coloured, std::int64_t timebase) {
+void add_markers(Controller& controller, xmlNode* clip, bool coloured, double timebase) {
   const std::vector<SpeakerEntry>& speakers = required(controller.speakers_array, "speakers_array");
   const std::vector<WordGroup>& phrases = required(controller.words_array, "words_array");
   if (phrases.size() > most_markers) {
@@ -170,7 +168,7 @@ void add_markers(Controller& controller, xmlNode* clip, bool coloured, std::int6
     const auto position = static_cast<std::size_t>(&speaker - speakers.data());
     check_text(display_name(speaker), "the speaker's name", i);
     check_text(phrases[i].words, "the words", i);
-    const std::int64_t start = start_frame(phrases[i], timebase);
+    const std::int64_t start = start_frame(phrases[i], timebase, i);
     builder.append({display_name(speaker), phrases[i].words,
                     coloured ? &palette[position % palette.size()] : nullptr,
                     std::exchange(in, start), start - 1});
@@ -198,7 +196,8 @@ bool create_clip_with_markers(Controller& controller) {
       found(xml::child(clip, plain_name("updatebehavior")), document, "updatebehavior in its clip"),
       "add");
   const xmlNode* timebase = found(timebase_of(clip), document, "rate/timebase in its clip");
-  add_markers(controller, clip, coloured, leading_integer(xml::text_start(timebase)));
+  add_markers(controller, clip, coloured,
+              static_cast<double>(leading_integer(xml::text_start(timebase))));
 
   Process& process = controller.process;
   if (!process.temp_xml_file) {

@@ -1,8 +1,17 @@
 #pragma once
 
+#include <string_view>
+
 #include "core/controller.h"
 
 namespace murmurase {
+
+// A marker without its texts, for clips from version 5 on and for those before. The blanks belong to it.
+inline constexpr std::string_view coloured_marker =
+    "<marker> <name></name> <comment></comment> <color><alpha>0</alpha><red></red><green></green>"
+    "<blue></blue></color> <in></in> <out></out> </marker>";
+inline constexpr std::string_view plain_marker =
+    "<marker> <name></name> <comment></comment> <in></in> <out></out> </marker>";
 
 // Groups the words by the host's wordGroupingSlider_value (see build_words_array) and adds them to
 // the clip as markers, in a copy of clip_xml: the first `clip` element gets, at its end, one
@@ -20,8 +29,9 @@ namespace murmurase {
 // was. Errors: those of build_words_array; type for a grouping value that is not whole; missing
 // value without clip_xml, for a clip without xmeml, clip, updatebehavior or rate/timebase, and for
 // a phrase whose speaker is not listed; xml for a name or words that XML cannot hold, and for a
-// clip that cannot be written as XML; range for a start frame that 64 bits cannot count, and for more
-// than a million phrases; name without TEMP_XML_FILE; system when it cannot be written.
+// clip that cannot be written as XML; range for a start frame that 64 bits cannot count (the error
+// names the marker), and for more than a million phrases; name without TEMP_XML_FILE; system when it
+// cannot be written.
 bool create_clip_with_markers(Controller& controller);
 
 }  // namespace murmurase

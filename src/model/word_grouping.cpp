@@ -19,7 +19,7 @@ constexpr std::int64_t no_limit = 100;
 double time_base_divisor(std::string_view text) {
   std::string digits(text);
   if (const std::size_t f = digits.find('f'); f != std::string::npos) digits.erase(f, 1);
-  const std::int64_t units = leading_integer(digits);
+  const Wide units = leading_integer(digits);
   // "f30000s1001" counts 30000 / 1001 units per second.
   const std::size_t end =
       digits.find_first_not_of("0123456789", digits.find_first_of("0123456789"));
@@ -31,7 +31,7 @@ double time_base_divisor(std::string_view text) {
                             "units per second, so its times cannot be read as seconds",
                             printable(text.substr(0, 80))));
   }
-  const std::int64_t thousands = units / 1000;
+  const Wide thousands = units / 1000;
   return static_cast<double>(thousands);
 }
 
@@ -101,7 +101,8 @@ void build_words_array(Controller& controller, std::int64_t grouping) {
                 "the transcription's Speech track has no xmpDM:frameRate element");
   }
   std::string scratch;
-  const double divisor = time_base_divisor(xml::text_content(frame_rate, scratch));
+  const std::string time_base(xml::text_content(frame_rate, scratch));
+  double divisor = 0;
   const auto seconds = [&](const xmlNode* element) {
     return leading_double(xml::text_content(element, scratch)) / divisor / 1000.0;
   };
@@ -125,6 +126,7 @@ void build_words_array(Controller& controller, std::int64_t grouping) {
       ++run_count;
       continue;
     }
+    if (phrases.empty()) divisor = time_base_divisor(time_base);
     const double start = seconds(marker.start_time);
     phrases.push_back(
         {start, start + seconds(marker.duration), std::string(word), std::string(speaker)});

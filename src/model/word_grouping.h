@@ -15,9 +15,9 @@ namespace murmurase {
 //
 // Errors, words_array then holding the phrases made so far: missing value without an entry in
 // speakers_array, without transcription_xml or its frameRate, or for a word's marker without
-// startTime, duration or speaker; range for a time base that is not a whole multiple of 1000 units
-// per second, whose times would not be seconds; zero division for a grouping of 0 at the first word
-// that continues a run; and the host's own failures.
+// startTime, duration or speaker; range, at the first word, for a time base that is not a whole multiple
+// of 1000 units per second, whose times would not be seconds; zero division for a grouping of 0 at the
+// first word that continues a run; and the host's own failures.
 void build_words_array(Controller& controller, std::int64_t grouping);
 
 }  // namespace murmurase

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <exception>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,8 +12,9 @@ namespace murmurase {
 
 // What the XMP tool left behind.
 struct ToolRun {
-  int wait_status = 0;  // as waitpid reports it: 0 only for an exit with code 0
-  ByteBuffer output;    // all of its standard output
+  int wait_status = 0;                   // as waitpid reports it: 0 only for an exit with code 0
+  ByteBuffer output;                     // all of its standard output
+  std::exception_ptr failure = nullptr;  // why its output or its status could not be read
 };
 
 // What the module asks of the system. Every function throws an error of kind system, with the
@@ -36,9 +38,10 @@ class Platform {
 
   // Has the shell run `command` with the arguments "get" and the movie's path, each of which
   // arrives unchanged as one argument whatever characters it holds, reads all of its standard
-  // output, at most `most_bytes`, and waits for its end. System error EFBIG for more. A tool that cannot
-  // be started is no error here: the shell reports it with a wait status. Argument error for a zero byte
-  // in either path.
+  // output, at most `most_bytes`, and waits for its end. What fails from then on is kept in the result:
+  // a system error, EFBIG for more bytes, or memory. Throws if the shell cannot be started; argument
+  // error for a zero byte in either path. A tool that cannot be started is no error here: the shell
+  // reports it with a wait status.
   virtual ToolRun run_xmp_tool(const std::string& command, const std::string& movie_path) = 0;
 
   // Asks the tool that is running to end; it is the process that the signal SIGTERM reaches, for the

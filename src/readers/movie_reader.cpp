@@ -49,6 +49,15 @@ double rate_of_scale(std::string_view scale) {
   return rate < 1 ? rate * 100.0 : rate;
 }
 
+// Nothing when the tool failed.
+std::optional<MovieProperties> properties_of(const ToolRun& run, const std::string& movie_path) {
+  if (run.failure) std::rethrow_exception(run.failure);
+  if (run.wait_status != 0) return std::nullopt;
+  return find_properties(
+      xml::parse_values(run.output.view(), xmp::values, xmp::dynamic_media,
+                        fmt::format("the XMP packet of {}", printable(movie_path))));
+}
+
 }  // namespace
 
 std::optional<std::vector<XmlElement>> parse_xmp_from_mov(Controller& controller,
@@ -58,27 +67,27 @@ std::optional<std::vector<XmlElement>> parse_xmp_from_mov(Controller& controller
     const ToolRun run =
         controller.process.platform.run_xmp_tool(controller.xmpcommand.value_or(""), movie_path);
     controller.process.tool_status = run.wait_status;
-    if (run.wait_status != 0) {
+    try {
+      movie = properties_of(run, movie_path);
+    } catch (...) {
       controller.transcription_xml.reset();
-      return std::nullopt;
+      throw;
     }
-    movie = find_properties(
-        xml::parse_values(run.output.view(), xmp::values, xmp::dynamic_media,
-                          fmt::format("the XMP packet of {}", printable(movie_path))));
+  }
+  if (!movie) {
+    controller.transcription_xml.reset();
+    return std::nullopt;
   }
 
   if (movie->scale) controller.frame_rate = rate_of_scale(*movie->scale);
-  if (movie->start_timecode) {
-    const std::string& timecode = *movie->start_timecode;
-    controller.displayformat = timecode.find(';') != std::string::npos ? "DF" : "NDF";
-    const double rate = required(controller.frame_rate, "frame_rate");
-    controller.first_frame = static_cast<double>(
-        to_frames(timecode, round_half_away(rate, "the frame rate"), *controller.displayformat));
-  } else {
-    controller.displayformat = "NDF";
-    controller.first_frame = 0.0;
-  }
+  const std::optional<std::string>& start = movie->start_timecode;
+  controller.displayformat = start && start->find(';') != std::string::npos ? "DF" : "NDF";
+  const double rate = start ? required(controller.frame_rate, "frame_rate") : 0.0;
   controller.transcription_xml.reset();
+  controller.first_frame =
+      start ? static_cast<double>(to_frames(*start, round_half_away(rate, "the frame rate"),
+                                            *controller.displayformat))
+            : 0.0;
   std::string scratch;
   for (const XmlElement& track_type : movie->track_types) {
     if (xml::text_content(track_type.node, scratch) == "Speech") {

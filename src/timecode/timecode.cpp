@@ -1,11 +1,14 @@
 #include "timecode/timecode.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
+#include <limits>
 
 #include "core/error.h"
-#include "core/numbers.h"
 
 namespace murmurase {
 namespace {
@@ -37,20 +40,13 @@ class Label {
   char* end_ = text_.data();
 };
 
-[[noreturn]] void throw_too_large(std::string_view what) {
-  throw Error(ErrorKind::range, std::string(what) + " is too large to count frames with");
-}
+constexpr std::int64_t least = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
 
-std::int64_t multiply(std::int64_t a, std::int64_t b, std::string_view what) {
-  std::int64_t product = 0;
-  if (__builtin_mul_overflow(a, b, &product)) throw_too_large(what);
-  return product;
-}
-
-std::int64_t add(std::int64_t a, std::int64_t b, std::string_view what) {
-  std::int64_t sum = 0;
-  if (__builtin_add_overflow(a, b, &sum)) throw_too_large(what);
-  return sum;
+// Whether the product of two numbers is far from the limits of its type.
+bool has_room_for_product(Wide a, std::int64_t b) {
+  if (a >= least && a <= most) return true;
+  return std::abs(static_cast<double>(a) * static_cast<double>(b)) < 1e37;
 }
 
 bool is_separator(char c) { return c == ':' || c == ';' || c == '.'; }
@@ -114,12 +110,16 @@ struct CompactDigits {
 
 }  // namespace
 
-std::string to_timecode(double frames, std::int64_t rate, std::string_view displayformat) {
+std::string to_timecode(Number frames, std::int64_t rate, std::string_view displayformat) {
   const std::int64_t count = round_half_away(frames, "the frame count");
   if (rate == 0) throw Error(ErrorKind::zero_division, "a timecode at 0 frames per second");
   if (rate < 0) throw Error(ErrorKind::range, "a timecode at fewer than 0 frames per second");
+  if (rate > most / 3600) {
+    throw Error(ErrorKind::range,
+                fmt::format("a timecode at {} frames per second: too large a rate", rate));
+  }
   const std::int64_t drop = displayformat == drop_frame ? rate / 15 : 0;
-  const std::int64_t hour = multiply(3600, rate, "the rate") - 54 * drop;
+  const std::int64_t hour = 3600 * rate - 54 * drop;
   const std::int64_t block = hour / 6;  // ten minutes
   const std::int64_t in_hour = floor_mod(count, hour);
   const std::int64_t tens = in_hour / block;
@@ -143,7 +143,7 @@ std::string to_timecode(double frames, std::int64_t rate, std::string_view displ
   return label.text();
 }
 
-std::string to_timestamp(double seconds) {
+std::string to_timestamp(Number seconds) {
   const std::int64_t count = round_half_away(seconds, "the time");
   const std::int64_t in_hour = floor_mod(count, 3600);
   Label label;
@@ -170,28 +170,26 @@ std::int64_t to_frames(std::string_view timecode, std::int64_t rate,
   }
   const std::size_t count = std::min(fields.count, fields.text.size());
   const auto from_right = [&](std::size_t position) {
-    return position < count ? leading_integer(fields.text[count - 1 - position]) : 0;
+    return position < count ? leading_integer(fields.text[count - 1 - position]) : Wide{0};
   };
-  const std::int64_t frames = from_right(0);
-  const std::int64_t seconds = from_right(1);
-  const std::int64_t minutes = from_right(2);
-  const std::int64_t hours = from_right(3);
-
-  constexpr std::string_view what = "the timecode";
-  const std::int64_t all_minutes = add(minutes, multiply(hours, 60, what), what);
-  const std::int64_t all_seconds = add(seconds, multiply(all_minutes, 60, what), what);
-  std::int64_t result = add(frames, multiply(all_seconds, rate, what), what);
-  if (displayformat == drop_frame) {
-    const std::int64_t drop = floor_div(rate, 15);
-    const std::int64_t tens = floor_div(minutes, 10);
-    const std::int64_t units = floor_mod(minutes, 10);
-    const std::int64_t skipping_minutes =
-        add(multiply(add(multiply(hours, 6, what), tens, what), 9, what), units, what);
-    if (__builtin_sub_overflow(result, multiply(skipping_minutes, drop, what), &result)) {
-      throw_too_large(what);
-    }
+  const Wide minutes = from_right(2);
+  const Wide hours = from_right(3);
+  const Wide seconds = 60 * (60 * hours + minutes) + from_right(1);
+  // Of all minutes but each tenth.
+  const Wide dropping_minutes = 54 * hours + minutes - floor_div(minutes, 10);
+  const std::int64_t drop = displayformat == drop_frame ? floor_div(rate, 15) : 0;
+  const bool countable =
+      has_room_for_product(seconds, rate) && has_room_for_product(dropping_minutes, drop);
+  const Wide frames =
+      countable ? seconds * rate - dropping_minutes * drop + from_right(0) : Wide{most} + 1;
+  if (frames < least || frames > most) {
+    throw Error(
+        ErrorKind::range,
+        fmt::format("the timecode \"{}\" at {} frames per second counts more frames than 64 "
+                    "bits hold",
+                    printable(timecode.substr(0, 80)), rate));
   }
-  return result;
+  return static_cast<std::int64_t>(frames);
 }
 
 }  // namespace murmurase

@@ -179,21 +179,19 @@ class PosixPlatform : public Platform {
     const pid_t child = start_tool(command, movie_path, write_end.get());
     write_end.close();
     ToolRun run;
-    int error = 0;
     try {
-      error = read_all(read_end.get(), run.output);
+      const int error = read_all(read_end.get(), run.output);
+      if (error != 0) throw read_error("the output of " + command, error);
     } catch (...) {
-      read_end.close();
+      run.failure = std::current_exception();
       end_xmp_tool();
-      static_cast<void>(wait_for_tool(child, run.wait_status));
-      throw;
     }
     read_end.close();
-    if (error == EFBIG) end_xmp_tool();
-    if (const int unknown = wait_for_tool(child, run.wait_status); unknown != 0) {
-      throw system_error("learn the end of", "the XMP tool", unknown);
+    const int unknown = wait_for_tool(child, run.wait_status);
+    if (unknown != 0 && !run.failure) {
+      run.failure =
+          std::make_exception_ptr(system_error("learn the end of", "the XMP tool", unknown));
     }
-    if (error != 0) throw read_error("the output of " + command, error);
     return run;
   }
 
