@@ -147,7 +147,7 @@ json speaker_details(Controller& controller) {
   return speakers;
 }
 
-std::string name_of(const json& speaker) {
+std::string shown_name(const json& speaker) {
   return speaker["Name"].is_null() ? "" : printable(speaker["Name"].get_ref<const std::string&>());
 }
 
@@ -156,7 +156,7 @@ std::string details_table(const json& speakers) {
   bool named = false;
   for (const json& entry : speakers) {
     named = named || !entry["Name"].is_null();
-    rows.push_back({printable(entry["Speaker"].get_ref<const std::string&>()), name_of(entry),
+    rows.push_back({printable(entry["Speaker"].get_ref<const std::string&>()), shown_name(entry),
                     entry["Words"].dump(),
                     printable(entry["FirstWords"].get_ref<const std::string&>())});
   }
@@ -177,7 +177,7 @@ std::string speaker_list(const json& speakers) {
     const std::string speaker = printable(entry["Speaker"].get_ref<const std::string&>());
     lines += speaker;
     if (!entry["Name"].is_null()) {
-      lines.append(widest - width(speaker) + 2, ' ').append(name_of(entry));
+      lines.append(widest - width(speaker) + 2, ' ').append(shown_name(entry));
     }
     lines += '\n';
   }

@@ -53,7 +53,7 @@ Names names_of_json(const std::string& text, const std::string& path) {
            entry.contains("Name") && (entry["Name"].is_string() || entry["Name"].is_null());
   };
   if (!entries.is_array() || !std::ranges::all_of(entries, usable)) {
-    throw unusable(path, "it is not a list of \"Speaker\"s and \"Name\"s");
+    throw unusable(path, R"(it is not a list of "Speaker"s and "Name"s)");
   }
   Names names;
   for (const json& entry : entries) {

@@ -80,7 +80,7 @@ std::string usage_error(const CLI::App& app, const CLI::ParseError& error) {
     what = unexpected(*command, left_over.front());
   } else if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
     what = what.substr(0, what.find(':')) + " needs a value";
-  } else if (!command->get_subcommands(nullptr).empty() && command->remaining_size() == 0 &&
+  } else if (!command->get_subcommands(nullptr).empty() &&
              dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
     what = "a command is missing";
   }
