@@ -47,9 +47,13 @@ class CommandLine(Case):
     def test_names(self):
         entries = json.loads(self.expect("speakers", INTERVIEW, "--json"))
         entries[1]["Name"] = "A=b"
-        names = ["--names", self.write("names.json", json.dumps(entries))]
-        for options, name in (AS_BOB, "BOB"), (["--words=3", *names], "A=B"), ([*names, *AS_BOB], "BOB"):
-            self.assertEqual(self.expect("text", INTERVIEW, "-", *options), TRANSCRIPT.replace("BOB", name))
+        entries.append({"Speaker": "Speaker 9", "Name": "is not in this movie"})
+        lines = "\ufeffSpeaker 2 = A=b\r\n\nSpeaker 9=Zoe\nSpeaker 1="
+        for content in json.dumps(entries), lines:
+            names = ["--names", self.write("names", content)]
+            self.assertEqual(self.expect("speakers", INTERVIEW, *names), "Speaker 1\nSpeaker 2  A=b\n")
+            for options, name in (AS_BOB, "BOB"), (["--words=3", *names], "A=B"), ([*names, *AS_BOB], "BOB"):
+                self.assertEqual(self.expect("text", INTERVIEW, "-", *options), TRANSCRIPT.replace("BOB", name))
 
     def markers_of(self, path):
         return [[marker.findtext(name) for name in ("name", "comment", "in", "out")]
@@ -73,7 +77,7 @@ class CommandLine(Case):
         self.expect_failure(*command, "/none/x", said="cannot write /none/x")
         for clip, said in ((b"", "clip.xml"), (b"\x7fELF\0\1\2", "XML"), (PACKET, "xmeml")):
             self.expect_failure("markers", INTERVIEW, self.write("clip.xml", clip), "./-out.xml",
-                                said=said)
+                                said=("murmurase: the clip ", said, "not of a sequence"))
         self.expect_failure("markers", INTERVIEW, self.folder, "./-out.xml", said="Is a directory")
         self.expect_failure(*command, "x", "--open-with", self.tool("exit 1"), said="x is written, but")
         self.assertEqual((self.folder / "-out.xml").read_text(), written)
@@ -133,13 +137,15 @@ class CommandLine(Case):
 
         before = out.read_bytes()
         start, end = PACKET.index(b"        <rdf:li"), PACKET.index(b"</rdf:li>") + len(b"</rdf:li>\n")
-        for packet, said in ((PACKET[:start] + PACKET[start:end] * 65536 + PACKET[end:],
-                              "65542 phrases are more than the 65535"),
-                             (PACKET.replace(b">Hello<", b">" + b"x" * 32768 + b"<"),
-                              ("D2", "group fewer words"))):
-            self.expect_failure("excel", self.write("p", packet), out, "--words=1", "--xmp-tool", PLAIN_TOOL,
-                                said=said)
+        long = PACKET.replace(b">Hello<", f">{'😀' * 8190}<".encode()).replace(b">and<", b">%s<" % (b"x" * 16380))
+        for packet, words, said in ((PACKET[:start] + PACKET[start:end] * 65536 + PACKET[end:], 1,
+                                     "65542 phrases are more than the 65535"),
+                                    (PACKET.replace(b">Hello<", b">" + b"x" * 32768 + b"<"), 1, "cell D2"),
+                                    (long, 100, "phrase 1 is longer"), (long, 3, "use --words 2 or less")):
+            command = ["excel", self.write("p", packet), out, "--xmp-tool", PLAIN_TOOL]
+            self.expect_failure(*command, f"--words={words}", said=said)
         self.assertEqual(out.read_bytes(), before)
+        self.expect(*command, "--words=2")
 
     def test_export(self):
         movies = ["a/take.xmp", "b/Take.xmp", "b/take-2.xmp", "b/none.xmp", "b/line\nfeed.xmp"]
@@ -150,7 +156,8 @@ class CommandLine(Case):
                 self.write(movie, PACKET)
         for more, endings in ([], ("txt", "xls")), (["--clip", CLIP, "--jobs", "2"], ("txt", "xls", "xml")):
             status, printed, said = self.call("export", *movies, "--out", out, "--words=3", *more)
-            self.assertEqual((status, len(printed.splitlines())), (1, 4))
+            self.assertEqual((status, len(printed.splitlines())), (1, 5))
+            self.assertTrue(printed.endswith("\n4 movies written, 1 failed\n"))
             self.assertRegex(said, r"\Amurmurase: [^\n]*none.xmp[^\n]+\n\Z")
             self.assertEqual(set(os.listdir(out)), {f"{name}.{ending}" for ending in endings
                                                     for name in ("take", "Take-3", "take-2", "line\nfeed")})
@@ -177,7 +184,8 @@ class CommandLine(Case):
 
     def test_failures_leave_the_output_alone(self):
         silent = self.write("silent.xmp", PACKET.replace(b">Speech<", b">Comment<"))
-        bad_names = self.write("bad.json", '[{"Speaker": 1}]')
+        bad_names, bad_lines = self.write("bad.json", '[{"Speaker": 1}]'), self.write("bad.txt", "a=b\nAnna")
+        empty = self.write("empty.mov", b"\0\0\0\x14ftypqt  \0\0\0\0qt  \0\0\0\x08moov")
         with_tool = lambda script: ["--xmp-tool", self.tool(script)]
         for movie, options, said in (
                 (INTERVIEW, with_tool("echo '<x/>'; echo why >&2; exit 1"), "why"),
@@ -189,7 +197,9 @@ class CommandLine(Case):
                 (silent, with_tool('echo a warning >&2; exec cat "$2"'), "no speech transcription"),
                 (INTERVIEW, ["--name", "Bob=B"], '"Bob" to name; its speakers are "Speaker 1", "Speaker 2"'),
                 (INTERVIEW, ["--names", "/none"], "names file /none: No such file"),
-                (INTERVIEW, ["--names", bad_names], "speakers --json")):
+                (INTERVIEW, ["--names", bad_names], "speakers --json"),
+                (INTERVIEW, ["--names", bad_lines], 'bad.txt cannot be used: line 2, "Anna"'),
+                (empty, [], f"{empty}: it has no speech transcription; no XMP packet")):
             for command in (["speakers"], ["phrases"], ["text"]):
                 out = ["out.txt"] if command == ["text"] else []
                 self.write("out.txt", "old")
@@ -221,14 +231,21 @@ class CommandLine(Case):
                           ["timecode", "clock", "--", "-1"], ["timecode", "frames", "1:2:3:4:5", "--rate=25"],
                           ["timecode", "frames", "hello", "--rate=25"], ["markers", INTERVIEW, CLIP, ""]):
             self.expect_failure(*arguments, status=2)
-        self.expect_failure("speak", "x", status=2, said="speak is neither")
-        self.expect_failure("speakers", "-d.mov", status=2, said="./-d.mov")
+        for arguments, said in ((["phrase", "x"], "did you mean phrases?"), (["help", "xyz"], '"xyz"; '),
+                                (["timecode", "lable"], "did you mean label?"), (["speakers", "-d.mov"], "./-d.mov"),
+                                (["speakers", INTERVIEW, "--jso"], "did you mean --json? 'murmurase help speak"),
+                                (["text", "a", "b", "c"], '"c" is one'), (["phrases", "a", "--words"], "needs a")):
+            self.expect_failure(*arguments, status=2, said=said)
 
     def test_help_version_and_numbers(self):
         self.assertRegex(self.expect("--version"), r"\Amurmurase \d+\.\d+\.\d+\n\Z")
         for arguments in ([], ["speakers"], ["phrases"], ["text"], ["excel"], ["markers"], ["export"],
                           ["timecode", "label"]):
-            self.assertIn("Example", self.expect(*arguments, "--help"))
+            shown = self.expect("help", *arguments)
+            self.assertIn("Example", shown)
+            self.assertEqual(shown, self.expect(*arguments, "--help"))
+            self.assertLessEqual((max(map(len, shown.splitlines())), shown.count("\n")), (79, 23), shown)
+        self.assertEqual(self.expect("phrases", INTERVIEW, "--words=none"), self.expect("phrases", INTERVIEW))
         self.assertEqual(self.expect("timecode", "label", "1234.5", "--rate", "25"), "00:00:49:10\n")
         self.assertEqual(self.expect("timecode", "label", "9007199254740993", "--rate", "25")[-4:], ":18\n")
         self.assertEqual(self.expect("timecode", "clock", "9007199254740993")[-4:], ":33\n")

@@ -90,6 +90,7 @@ class XmpToolTest(Case):
         for arguments in ([], ["get"], ["put", "clip.mov"], ["get", "clip.mov", "b\nc"],
                           ["get", "--bogus"], ["get", "--raw"], ["get", "-gone.mov"], ["--"]):
             self.expect_failure(*arguments, status=2, said="--help")
+        self.expect_failure("gte", "clip.mov", status=2, said="did you mean get?")
         for arguments, said in ((["--help"], "get --raw"), (["get", "--help"], "get -- -"),
                                 (["--version"], r"\Amurmurase-xmp \d+\.\d+\.\d+\n\Z")):
             self.assertRegex(self.expect(*arguments), said)

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/nearest.h"
 #include "failure.h"
 #include "inspect.h"
 #include "library.h"
@@ -129,9 +130,12 @@ int run(int argc, char** argv) {
     return success;
   } catch (const CLI::ParseError& error) {
     const std::vector<std::string> unexpected = app.remaining(true);
-    const std::string what = unexpected.empty() ? escaped(error.what())
-                                                : "unexpected argument " + in_quotes(unexpected[0]);
-    report(what + "; see murmurase-xmp --help");
+    std::string what = unexpected.empty() ? escaped(error.what())
+                                          : "unexpected argument " + in_quotes(unexpected[0]);
+    const std::string meant =
+        unexpected.empty() ? "" : murmurase::nearest(unexpected[0], {"get", "inspect"});
+    if (!meant.empty() && app.get_subcommands().empty()) what += ": did you mean " + meant + "?";
+    report(what + (what.ends_with('?') ? " " : "; ") + "see murmurase-xmp --help");
     return wrong_usage;
   }
   if (*inspect_command)

@@ -25,6 +25,7 @@
 #include "core/printable.h"
 #include "interruption.h"
 #include "platform/posix/held_signals.h"
+#include "workbook.h"
 
 namespace host {
 namespace {
@@ -60,6 +61,23 @@ std::vector<std::string> output_names(const std::vector<std::string>& movies) {
   return names;
 }
 
+// The options of one of the movies, with the names file beside it if there is one.
+MovieOptions options_of(const BatchOptions& options, const std::string& movie) {
+  MovieOptions own = options.movie;
+  own.movie = movie;
+  const fs::path names = fs::path(movie).replace_extension(".names.json");
+  std::error_code error;
+  if (fs::exists(names, error)) own.own_names_file = names;
+  return own;
+}
+
+// The clip for one of the movies: the one for all, or that of its name in the folder of clips.
+std::string clip_of(const BatchOptions& options, const std::string& movie) {
+  std::error_code error;
+  if (!fs::is_directory(options.clip, error)) return options.clip;
+  return fs::path(options.clip) / (fs::path(movie).stem() += ".xml");
+}
+
 // What one movie's process tells: the line of its outputs, then, on lines of their own, what else is
 // to be known.
 std::string export_movie(const BatchOptions& options, const MovieOptions& movie,
@@ -86,13 +104,18 @@ std::string export_movie(const BatchOptions& options, const MovieOptions& movie,
     write(".txt", [&](const std::string& path) {
       controller.call("save_to_text", {movie.words, path});
     });
-    write(".xls", [&](const std::string& path) {
-      controller.call("save_to_excel", {movie.words, path});
-    });
+    write(".xls", [&](const std::string& path) { write_workbook(controller, movie.words, path); });
     if (target) {
       write(".xml", [&](const std::string&) {
-        const MarkerExport done = export_markers(controller, options.clip, &*target);
-        notes += repair_line(options.clip, done.repaired);
+        const std::string clip = clip_of(options, movie.movie);
+        if (clip != options.clip && access(clip.c_str(), F_OK) != 0) {
+          throw Failure(
+              fmt::format("there is no clip {} for it; export its clip under that name from "
+                          "your editor",
+                          printable(clip)));
+        }
+        const MarkerExport done = export_markers(controller, clip, &*target);
+        notes += repair_line(clip, done.repaired);
       });
     }
     if (failures.empty()) return printable(movie.movie + ':' + written) + '\n' + notes;
@@ -117,9 +140,7 @@ struct Job {
   int status = 0;
   std::string told;
   try {
-    MovieOptions own = options.movie;
-    own.movie = movie;
-    told = export_movie(options, own, name);
+    told = export_movie(options, options_of(options, movie), name);
   } catch (const std::exception& error) {
     told = printable(error.what());
     status = 1;
@@ -212,7 +233,19 @@ class Progress {
   }
   void failed(const std::string& line) {
     ++done_;
+    ++failed_;
     tell(fmt::format("murmurase: {}\n", line));
+  }
+
+  // Once all are done: how many went well, if they are more than one. Gives whether all did.
+  bool end() const {
+    const std::size_t written = movies_ - failed_;
+    if (movies_ > 1) {
+      fmt::print("{} {} written", written, written == 1 ? "movie" : "movies");
+      if (failed_ > 0) fmt::print(", {} failed", failed_);
+      fmt::print("\n");
+    }
+    return failed_ == 0;
   }
 
  private:
@@ -235,6 +268,7 @@ class Progress {
 
   std::size_t movies_;
   std::size_t done_ = 0;
+  std::size_t failed_ = 0;
   bool bar_ = terminal_has_room();
 };
 
@@ -243,12 +277,10 @@ void refuse_to_overwrite_inputs(const BatchOptions& options,
                                 const std::vector<std::string>& names) {
   std::vector<std::string> inputs;
   std::vector<std::string> outputs;
-  MovieOptions movie = options.movie;
-  for (const std::string& path : options.movies) {
-    movie.movie = path;
-    std::ranges::move(inputs_of(movie), std::back_inserter(inputs));
+  for (const std::string& movie : options.movies) {
+    std::ranges::move(inputs_of(options_of(options, movie)), std::back_inserter(inputs));
+    if (!options.clip.empty()) inputs.push_back(clip_of(options, movie));
   }
-  if (!options.clip.empty()) inputs.push_back(options.clip);
   for (const std::string& name : names) {
     const std::string base = fs::path(options.folder) / name;
     for (const char* ending : {".txt", ".xls"}) outputs.push_back(base + ending);
@@ -265,16 +297,13 @@ bool export_movies(const BatchOptions& options) {
   if (error) {
     throw Failure(fmt::format("cannot make the folder {}: {}", options.folder, error.message()));
   }
-  if (!options.clip.empty() && access(options.clip.c_str(), R_OK) != 0) {
-    throw Failure(fmt::format("cannot read the clip {}: {}", options.clip, std::strerror(errno)));
-  }
+  if (!options.clip.empty()) require_clip(options.clip);
   const std::vector<std::string> names = output_names(options.movies);
   refuse_to_overwrite_inputs(options, names);
   std::size_t at_once =
       options.jobs > 0 ? options.jobs : std::max(1U, std::thread::hardware_concurrency());
   Progress progress(options.movies.size());
   std::vector<Job> running;
-  bool all_well = true;
   for (std::size_t next = 0; next < names.size() || !running.empty();) {
     if (next < names.size() && running.size() < at_once) {
       const std::string& movie = options.movies[next];
@@ -287,7 +316,6 @@ bool export_movies(const BatchOptions& options) {
           continue;
         }
         progress.failed(movie_failure(movie, failure).what());
-        all_well = false;
         ++next;
       }
       continue;
@@ -299,10 +327,10 @@ bool export_movies(const BatchOptions& options) {
     } else {
       progress.failed(job.told.empty() ? printable(job.movie) + ": its process was killed"
                                        : job.told);
-      all_well = false;
     }
     running.pop_back();
   }
+  const bool all_well = progress.end();
   if (std::ferror(stdout) != 0) throw Failure("cannot write standard output");
   return all_well;
 }

@@ -95,17 +95,33 @@ Failure ClipTarget::renamed(const Failure& failure) const {
   return Failure(message);
 }
 
+void require_clip(const std::string& clip) {
+  if (access(clip.c_str(), R_OK) == 0) return;
+  throw Failure(fmt::format("cannot read the clip {}: {}; check the path", printable(clip),
+                            std::strerror(errno)),
+                true);
+}
+
 MarkerExport export_markers(Controller& controller, const std::string& clip,
                             const ClipTarget* target) {
-  const std::string repaired = controller.read_clip(clip);
+  require_clip(clip);
+  std::string repaired;
+  try {
+    repaired = controller.read_clip(clip);
+  } catch (const Failure& failure) {
+    throw Failure(failure.what(), true);
+  }
   try {
     const Value opened = controller.call("create_clip_with_markers", {});
     return {repaired, to_json(opened.get()) == true};
   } catch (const Failure& failure) {
-    const Failure named = target != nullptr ? target->renamed(failure) : failure;
-    if (repaired.empty()) throw Failure(named);
+    std::string message = target != nullptr ? target->renamed(failure).what() : failure.what();
+    const bool of_clip = message.starts_with(fmt::format("the clip {} ", printable(clip)));
     // What the clip seems to lack may be what the repair could not save.
-    throw Failure(fmt::format("{} (the clip was repaired in memory: {})", named.what(), repaired));
+    if (!repaired.empty()) {
+      message += fmt::format(" (the clip was repaired in memory: {})", repaired);
+    }
+    throw Failure(message, of_clip);
   }
 }
 

@@ -53,8 +53,11 @@ struct MarkerExport {
   bool opened;
 };
 
+// A failure when the clip cannot be read.
+void require_clip(const std::string& clip);
+
 // Adds the phrases of the movie that was read to the clip, and writes it. The target is the one that
-// the module was loaded under, null for none.
+// the module was loaded under, null for none. A failure of the clip itself names it.
 MarkerExport export_markers(Controller& controller, const std::string& clip,
                             const ClipTarget* target);
 

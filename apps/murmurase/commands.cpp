@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -13,6 +12,7 @@
 
 #include "clip.h"
 #include "core/printable.h"
+#include "workbook.h"
 
 namespace host {
 namespace {
@@ -89,16 +89,17 @@ std::size_t width(const std::string& text) {
       std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
+using Row = std::vector<std::string>;
+
 // Columns two blanks apart, the last one ragged.
-template <std::size_t columns>
-std::string table(const std::vector<std::array<std::string, columns>>& rows) {
-  std::array<std::size_t, columns - 1> widths{};
-  for (const auto& row : rows) {
+std::string table(const std::vector<Row>& rows) {
+  std::vector<std::size_t> widths(rows.front().size());
+  for (const Row& row : rows) {
     for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], width(row[i]));
   }
   std::string text;
-  for (const auto& row : rows) {
-    for (std::size_t i = 0; i < widths.size(); ++i) {
+  for (const Row& row : rows) {
+    for (std::size_t i = 0; i + 1 < widths.size(); ++i) {
       text.append(row[i]).append(widths[i] - width(row[i]) + 2, ' ');
     }
     text.append(row.back()).append("\n");
@@ -113,7 +114,7 @@ std::string phrase_table(Controller& controller) {
     const std::string speaker = entry["Speaker"];
     names.emplace(speaker, entry["Name"].is_null() ? speaker : entry["Name"].get<std::string>());
   }
-  std::vector<std::array<std::string, 4>> rows = {{"In", "Out", "Speaker", "Words"}};
+  std::vector<Row> rows = {{"In", "Out", "Speaker", "Words"}};
   for (const json& phrase : controller.get("words_array")) {
     rows.push_back({labels.label(phrase["time_in"].get<double>()),
                     labels.label(phrase["time_out"].get<double>()),
@@ -146,14 +147,41 @@ json speaker_details(Controller& controller) {
   return speakers;
 }
 
+std::string shown_name(const json& speaker) {
+  return speaker["Name"].is_null() ? "" : printable(speaker["Name"].get_ref<const std::string&>());
+}
+
 std::string details_table(const json& speakers) {
-  std::vector<std::array<std::string, 3>> rows = {{"Speaker", "Words", "First words"}};
+  std::vector<Row> rows = {{"Speaker", "Name", "Words", "First words"}};
+  bool named = false;
   for (const json& entry : speakers) {
-    rows.push_back({printable(entry["Speaker"].get_ref<const std::string&>()),
+    named = named || !entry["Name"].is_null();
+    rows.push_back({printable(entry["Speaker"].get_ref<const std::string&>()), shown_name(entry),
                     entry["Words"].dump(),
                     printable(entry["FirstWords"].get_ref<const std::string&>())});
   }
+  if (!named) {
+    for (Row& row : rows) row.erase(row.begin() + 1);
+  }
   return table(rows);
+}
+
+// A line for each: its identifier and, if it has one, its name.
+std::string speaker_list(const json& speakers) {
+  std::size_t widest = 0;
+  for (const json& entry : speakers) {
+    widest = std::max(widest, width(printable(entry["Speaker"].get_ref<const std::string&>())));
+  }
+  std::string lines;
+  for (const json& entry : speakers) {
+    const std::string speaker = printable(entry["Speaker"].get_ref<const std::string&>());
+    lines += speaker;
+    if (!entry["Name"].is_null()) {
+      lines.append(widest - width(speaker) + 2, ' ').append(shown_name(entry));
+    }
+    lines += '\n';
+  }
+  return lines;
 }
 
 }  // namespace
@@ -165,15 +193,7 @@ void print_speakers(const MovieOptions& options, bool as_json, bool details) {
       print_json(speakers);
       return;
     }
-    if (details) {
-      print(details_table(speakers));
-      return;
-    }
-    std::string lines;
-    for (const json& entry : speakers) {
-      lines += printable(entry["Speaker"].get_ref<const std::string&>()) + '\n';
-    }
-    print(lines);
+    print(details ? details_table(speakers) : speaker_list(speakers));
   });
 }
 
@@ -202,7 +222,7 @@ void write_text(const MovieOptions& options, const std::string& output) {
 void write_excel(const MovieOptions& options, const std::string& output) {
   refuse_to_overwrite_inputs(inputs_of(options), output);
   with_movie(options, [&](Controller& controller) {
-    controller.call("save_to_excel", {options.words, standard_output_or(output)});
+    write_workbook(controller, options.words, standard_output_or(output));
   });
 }
 

@@ -7,11 +7,8 @@
 #include <cstdio>
 #include <exception>
 #include <iostream>
-#include <locale>
 #include <new>
-#include <sstream>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "batch.h"
@@ -19,6 +16,8 @@
 #include "core/printable.h"
 #include "interruption.h"
 #include "platform/standard_streams.h"
+#include "timecode_commands.h"
+#include "usage.h"
 
 namespace {
 
@@ -31,149 +30,67 @@ int report(const std::string& message, int status) {
   return status;
 }
 
-// One to four fields of digits, as labels have them: the module itself takes any text for a label.
-bool is_label(std::string_view text) {
-  int fields = 1;
-  bool after_digit = false;
-  for (const char c : text) {
-    const bool digit = c >= '0' && c <= '9';
-    const bool separator = c == ':' || c == ';' || c == '.';
-    if (!digit && !(separator && after_digit)) return false;
-    if (separator) ++fields;
-    after_digit = digit;
-  }
-  return after_digit && fields <= 4;
-}
-
 // CLI11's own reading of a number takes 010 for eight.
 std::int64_t words_of(const std::string& text) {
+  if (text == "none") return 100;
   std::int64_t number = 0;
   const char* end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, number);
   if (error != std::errc() || stop != end || number < 1) {
-    throw CLI::ValidationError("--words: " + text + " is not a whole number from 1");
+    throw CLI::ValidationError("--words: " + text + " is neither a whole number from 1 nor none");
   }
   return number;
-}
-
-// CLI11's own reading takes a decimal comma where the locale has one.
-template <typename Number>
-bool is_number(const std::string& text, Number& number) {
-  std::istringstream stream(text);
-  stream.imbue(std::locale::classic());
-  return stream >> number && stream.peek() == std::istringstream::traits_type::eof();
-}
-
-double number_of(const char* option, const std::string& text) {
-  double number = 0;
-  if (!is_number(text, number)) {
-    throw CLI::ValidationError(fmt::format("{}: {} is not a number", option, text));
-  }
-  return number;
-}
-
-// A double would not keep all digits of a whole number.
-host::json exact_number_of(const char* option, const std::string& text) {
-  std::int64_t whole = 0;
-  return is_number(text, whole) ? host::json(whole) : host::json(number_of(option, text));
 }
 
 // What the commands share that read one movie or many.
 void add_movie_options(CLI::App& command, host::MovieOptions& options) {
-  command.add_option("--xmp-tool", options.xmp_tool,
-                     "The XMP tool that prints the movie's packet (default: murmurase-xmp beside "
-                     "this program)");
   command
-      .add_option("--name", options.names,
-                  "Name a speaker: the identifier that 'speakers' prints, =, the name; repeatable")
+      .add_option_function<std::vector<std::string>>(
+          "--name",
+          [&options](const std::vector<std::string>& names) {
+            for (const std::string& name : names) options.names.push_back(host::name_of(name));
+          },
+          "Name a speaker of the movie, as in 'Speaker 1=Anna'")
       ->type_name("ID=NAME")
       ->allow_extra_args(false)
       ->check([](const std::string& name) {
         return name.find('=') == std::string::npos ? name + " is not of the form ID=NAME" : "";
       });
   command
-      .add_option("--names", options.names_file,
-                  "Name speakers by a file: what 'speakers --json' prints, \"Name\"s filled in")
+      .add_option_function<std::string>(
+          "--names",
+          [&options](const std::string& path) {
+            options.names_file = path;
+            options.names_of_file = host::read_names(path);
+          },
+          "Name speakers by a file: lines ID=NAME, or what\n'speakers --json' prints, its "
+          "\"Name\"s filled in")
       ->type_name("FILE");
+  command
+      .add_option("--xmp-tool", options.xmp_tool,
+                  "What prints a movie's XMP, in place of murmurase-xmp")
+      ->type_name("PATH");
 }
 
 void add_movie(CLI::App& command, host::MovieOptions& options) {
-  command.add_option("MOVIE", options.movie, "A QuickTime movie, or an .xmp file")->required();
-  add_movie_options(command, options);
+  command.add_option("MOVIE", options.movie, "A QuickTime movie, or an .xmp file")
+      ->required()
+      ->type_name("");
+}
+
+void add_output(CLI::App& command, std::string& output) {
+  command.add_option("OUT", output, "The file to write; - is standard output")
+      ->required()
+      ->type_name("");
 }
 
 void add_words(CLI::App& command, host::MovieOptions& options) {
   command
       .add_option_function<std::string>(
           "--words", [&options](const std::string& text) { options.words = words_of(text); },
-          "The largest number of words in a phrase; 100 means no limit")
+          "The most words in a phrase; none or 100: no limit")
       ->type_name("N")
-      ->default_str("100");
-}
-
-struct TimecodeOptions {
-  std::string number;  // frames or seconds
-  std::string label;
-  double rate = 0;
-  bool drop_frame = false;
-};
-
-void add_timecode(CLI::App& app, TimecodeOptions& options) {
-  CLI::App* timecode = app.add_subcommand("timecode", "Convert between frames, labels and times");
-  timecode->require_subcommand(1);
-  const auto add = [&](const char* name, const char* about, const char* example) {
-    CLI::App* command = timecode->add_subcommand(name, about);
-    command->footer(fmt::format("Example:\n  murmurase timecode {} {}", name, example));
-    return command;
-  };
-  const auto add_rate = [&](CLI::App* command) {
-    command
-        ->add_option_function<std::string>(
-            "--rate",
-            [&options](const std::string& text) {
-              options.rate = number_of("--rate", text);
-              if (options.rate < 0.5 || options.rate > 1e6) {
-                throw CLI::ValidationError("--rate: " + text + " is not from 0.5 to 1000000");
-              }
-            },
-            "Frames per second, such as 25 or 29.97; labels count it rounded to a whole number")
-        ->type_name("R")
-        ->required();
-    command->add_flag("--drop-frame", options.drop_frame,
-                      "Count drop-frame: labels are skipped at the start of most minutes");
-  };
-  CLI::App* label =
-      add("label", "The timecode label of a frame count", "107892 --rate 29.97 --drop-frame");
-  const auto add_number = [&](CLI::App* command, const char* name, const char* about) {
-    command
-        ->add_option_function<std::string>(
-            name,
-            [&options, name](const std::string& text) {
-              options.number = text;
-              if (number_of(name, text) < 0) {
-                throw CLI::ValidationError(fmt::format("{}: {} is below 0", name, text));
-              }
-            },
-            about)
-        ->required();
-  };
-  add_number(label, "FRAMES", "A frame count, from 0");
-  add_rate(label);
-  label->callback([&] {
-    host::print_label(exact_number_of("FRAMES", options.number), options.rate, options.drop_frame);
-  });
-  CLI::App* frames = add("frames", "The frame count of a timecode label",
-                         "'01:00:00;00' --rate 29.97 --drop-frame");
-  frames->add_option("LABEL", options.label, "A timecode label, such as 01:00:00:00")
-      ->required()
-      ->check([](const std::string& text) {
-        return is_label(text) ? "" : "'" + text + "' is no timecode label, such as 01:00:00:00";
-      });
-  add_rate(frames);
-  frames->callback([&] { host::print_frames(options.label, options.rate, options.drop_frame); });
-  CLI::App* clock = add("clock", "The clock label of a time in seconds", "3725.4");
-  add_number(clock, "SECONDS", "A time, from 0");
-  clock->callback([&] { host::print_clock(exact_number_of("SECONDS", options.number)); });
+      ->default_str("none");
 }
 
 // What is left of a command line: the outputs, and what the marker clip is made of.
@@ -183,37 +100,31 @@ struct OutputOptions {
   std::string open_with;
 };
 
-void add_exports(CLI::App& app, host::MovieOptions& options, OutputOptions& outputs) {
-  CLI::App* text = app.add_subcommand("text", "Write the text transcript");
-  add_movie(*text, options);
-  text->add_option("OUT", outputs.output, "The file to write; - is standard output")->required();
-  add_words(*text, options);
-  text->footer(
-      "Example:\n  murmurase text interview.mov interview.txt --words 12 --name 'Speaker 1=Anna'");
-  text->callback([&] { host::write_text(options, outputs.output); });
+#ifdef __APPLE__
+#define WORKING_FOLDER "~/Library/Application Support/Fernwork"
+#else
+#define WORKING_FOLDER "~/.local/share/Fernwork"
+#endif
 
-  CLI::App* excel = app.add_subcommand("excel", "Write an Excel 97-2003 workbook, a row a phrase");
-  add_movie(*excel, options);
-  excel->add_option("OUT", outputs.output, "The file to write; - is standard output")->required();
-  add_words(*excel, options);
-  excel->footer("Example:\n  murmurase excel interview.mov interview.xls --words 12");
-  excel->callback([&] { host::write_excel(options, outputs.output); });
-
+void add_markers(CLI::App& app, host::MovieOptions& options, OutputOptions& outputs) {
   CLI::App* markers =
-      app.add_subcommand("markers", "Write a Final Cut Pro XML clip with the phrases as markers");
+      app.add_subcommand("markers", "Write a Final Cut Pro XML clip, a marker a phrase");
   add_movie(*markers, options);
+  markers->add_option("CLIP", outputs.clip, "The Final Cut Pro XML clip to copy and to mark")
+      ->required()
+      ->type_name("");
   markers
-      ->add_option("CLIP", outputs.clip,
-                   "The Final Cut Pro XML clip to add them to; it is not changed")
-      ->required();
-  markers->add_option(
-      "OUT", outputs.output,
-      "The file to write; - is standard output; without it, the file in the working "
-      "folder whose path is printed");
+      ->add_option(
+          "OUT", outputs.output,
+          "The file to write; - is standard output. Without it:\nParlenda.xml in " WORKING_FOLDER)
+      ->type_name("");
   add_words(*markers, options);
+  add_movie_options(*markers, options);
   markers->add_option("--open-with", outputs.open_with, "The program to open the written clip with")
       ->type_name("COMMAND");
-  markers->footer("Example:\n  murmurase markers interview.mov clip.xml marked.xml --words 12");
+  markers->footer(
+      "A marker ends one frame before its phrase begins.\n"
+      "Example:\n  murmurase markers interview.mov clip.xml marked.xml --words 12");
   markers->callback([&] {
     if (outputs.output == "-" && !outputs.open_with.empty()) {
       throw CLI::ValidationError("--open-with needs a file, not standard output");
@@ -222,53 +133,84 @@ void add_exports(CLI::App& app, host::MovieOptions& options, OutputOptions& outp
   });
 }
 
+void add_exports(CLI::App& app, host::MovieOptions& options, OutputOptions& outputs) {
+  CLI::App* text = app.add_subcommand("text", "Write the text transcript");
+  add_movie(*text, options);
+  add_output(*text, outputs.output);
+  add_words(*text, options);
+  add_movie_options(*text, options);
+  text->footer(
+      "Example:\n  murmurase text interview.mov interview.txt --words 12 --name 'Speaker 1=Anna'");
+  text->callback([&] { host::write_text(options, outputs.output); });
+
+  CLI::App* excel = app.add_subcommand("excel", "Write an Excel 97-2003 workbook, a row a phrase");
+  add_movie(*excel, options);
+  add_output(*excel, outputs.output);
+  add_words(*excel, options);
+  add_movie_options(*excel, options);
+  excel->footer(
+      "A phrase's \"Time Out\" is the end of its first word.\n"
+      "Example:\n  murmurase excel interview.mov interview.xls --words 12");
+  excel->callback([&] { host::write_excel(options, outputs.output); });
+
+  add_markers(app, options, outputs);
+}
+
 // Gives the exit status when it has run.
 void add_batch(CLI::App& app, host::BatchOptions& batch, int& status) {
-  CLI::App* command = app.add_subcommand(
-      "export", "Write transcript, workbook and marker clip of many movies into a folder");
-  command->add_option("MOVIE", batch.movies, "QuickTime movies, or .xmp files")->required();
-  command->add_option("--out", batch.folder, "The folder to write into; made when missing")
+  CLI::App* command =
+      app.add_subcommand("export", "Write all of these for many movies into a folder");
+  command->add_option("MOVIE", batch.movies, "QuickTime movies, or .xmp files")
+      ->required()
+      ->type_name("");
+  command->add_option("--out", batch.folder, "The folder to write into; made if it is missing")
       ->required()
       ->type_name("DIR");
-  command->add_option("--clip", batch.clip, "A Final Cut Pro XML clip: write marker clips too");
-  command->add_option("--jobs", batch.jobs, "Movies at once; one for each processor by default")
+  command
+      ->add_option(
+          "--clip", batch.clip,
+          "Write marker clips too: the Final Cut Pro XML clip for\nall movies, or a folder with "
+          "take01.xml for take01.mov")
+      ->type_name("CLIP");
+  command->add_option("--jobs", batch.jobs, "Movies at once; one for each processor if left out")
       ->type_name("N")
-      ->check(CLI::Range(1, 1024));
-  add_movie_options(*command, batch.movie);
+      ->check(CLI::Range(1, 1024).description(""));
   add_words(*command, batch.movie);
-  command->footer("Example:\n  murmurase export day1/*.mov --out day1-transcripts --words 12");
+  add_movie_options(*command, batch.movie);
+  command->footer(
+      "take01.names.json beside take01.mov is a names file for that movie alone, and\n"
+      "wins over --names.\n"
+      "Example:\n  murmurase export day1/*.mov --out day1-transcripts --words 12");
   command->callback([&] { status = host::export_movies(batch) ? success : failed; });
 }
 
 int run(int count, char** arguments) {
-  CLI::App app(
-      "From a movie's speech transcription to a transcript, a workbook, a clip of markers.",
-      "murmurase");
-  app.set_version_flag("--version", "murmurase " MURMURASE_RELEASE);
+  CLI::App app("From a movie's speech transcription to a transcript, a workbook, a marker clip.",
+               "murmurase");
+  host::use_plain_words(app);
+  app.set_version_flag("--version", "murmurase " MURMURASE_RELEASE, "Show the release");
   app.require_subcommand(1);
   app.footer(
       "Examples:\n"
       "  murmurase speakers interview.mov\n"
       "  murmurase phrases interview.mov --words 8\n"
       "  murmurase text interview.mov interview.txt --name 'Speaker 1=Anna'\n"
-      "  murmurase excel interview.mov interview.xls\n"
       "  murmurase markers interview.mov clip.xml marked.xml\n"
       "  murmurase export day1/*.mov --out day1-transcripts\n"
-      "  murmurase timecode label 107892 --rate 29.97 --drop-frame\n"
-      "'murmurase COMMAND --help' tells more of each. Exit status: 0 success, 1 failure, 2 wrong "
-      "usage.");
+      "'murmurase help COMMAND' shows how each is used.");
   host::MovieOptions options;
   bool as_json = false;
   OutputOptions outputs;
   host::BatchOptions batch;
-  TimecodeOptions timecode;
+  host::TimecodeOptions timecode;
   int status = success;
 
-  CLI::App* speakers = app.add_subcommand("speakers", "List the speakers, one identifier a line");
+  CLI::App* speakers = app.add_subcommand("speakers", "List the speakers, a line each");
   add_movie(*speakers, options);
-  speakers->add_flag("--json", as_json, "Print a JSON list that --names takes");
+  add_movie_options(*speakers, options);
+  speakers->add_flag("--json", as_json, "Print a JSON list, to be filled in for --names");
   bool details = false;
-  speakers->add_flag("--details", details, "Show how many words each says, and the first ones");
+  speakers->add_flag("--details", details, "Show how many words each says, and the first");
   speakers->footer(
       "Examples:\n  murmurase speakers interview.mov --details\n"
       "  murmurase speakers interview.mov --json > names.json");
@@ -277,33 +219,24 @@ int run(int count, char** arguments) {
   CLI::App* phrases = app.add_subcommand("phrases", "Show the phrases with their times");
   add_movie(*phrases, options);
   add_words(*phrases, options);
+  add_movie_options(*phrases, options);
   phrases->add_flag("--json", as_json, "Print one JSON object, times in seconds");
   phrases->footer("Example:\n  murmurase phrases interview.mov --words 8");
   phrases->callback([&] { host::print_phrases(options, as_json); });
 
   add_exports(app, options, outputs);
   add_batch(app, batch, status);
-  add_timecode(app, timecode);
+  host::add_timecode(app, timecode);
 
   try {
-    if (std::any_of(arguments, arguments + count, [](const char* each) { return *each == '\0'; })) {
-      throw CLI::ValidationError("an argument is empty");
-    }
-    app.parse(count, arguments);
+    std::vector<std::string> words = host::arguments_of(app, count, arguments);
+    std::ranges::reverse(words);  // as the parser takes them
+    app.parse(std::move(words));
     return status;
   } catch (const CLI::Success& asked) {
     return app.exit(asked);
-  } catch (const CLI::RequiredError& error) {
-    const std::vector<std::string> unknown = app.remaining(true);
-    return report((unknown.empty() ? error.what()
-                                   : fmt::format("{} is neither a command nor an option; a file of "
-                                                 "that name is ./{}",
-                                                 unknown.front(), unknown.front())) +
-                      std::string("; 'murmurase --help' shows how it is used"),
-                  wrong_usage);
   } catch (const CLI::ParseError& error) {
-    return report(std::string(error.what()) + "; 'murmurase --help' shows how it is used",
-                  wrong_usage);
+    return report(host::usage_error(app, error), wrong_usage);
   }
 }
 

@@ -13,11 +13,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
+#include <iterator>
 #include <set>
 #include <string_view>
 #include <system_error>
-#include <unordered_map>
 #include <utility>
 
 #include "core/printable.h"
@@ -82,6 +81,8 @@ Failure tool_failure(std::string said, const std::string& movie) {
     said = fmt::format("the XMP tool was killed: {}", strsignal(WTERMSIG(status)));
   } else if (said.starts_with(own_tool)) {
     said = printable(said.substr(own_tool.size()));
+    if (said.starts_with("no XMP packet"))
+      return Failure("it has no speech transcription; " + said);
     const bool names_it = said.find(printable(std::filesystem::path(movie).stem().native())) !=
                           std::string::npos;  // or a sidecar of its name
     return Failure(said, names_it);
@@ -111,78 +112,11 @@ std::string parse_movie(Controller& controller, const MovieOptions& options) {
   const std::string said = errors.restore();
   if (track_types == nullptr) throw tool_failure(said, options.movie);
   if (!controller.holds("transcription_xml")) {
-    throw Failure("it has no speech transcription (no track of type \"Speech\" in its XMP)");
+    throw Failure(
+        "it has no speech transcription; no track in its XMP is of type \"Speech\": transcribe the "
+        "movie, or name an .xmp file that holds its transcription");
   }
   return printable_lines(said);
-}
-
-std::string known_speakers(const json& speakers) {
-  constexpr std::size_t most_shown = 20;
-  std::string text;
-  for (std::size_t i = 0; i < std::min(speakers.size(), most_shown); ++i) {
-    const auto& speaker = speakers[i]["Speaker"].get_ref<const std::string&>();
-    text += fmt::format("{}\"{}\"", i == 0 ? "" : ", ", printable(speaker));
-  }
-  if (speakers.size() > most_shown)
-    text += fmt::format(" and {} more", speakers.size() - most_shown);
-  return text.empty() ? "none" : text;
-}
-
-// The names of a file: what 'speakers --json' prints, "Name"s filled in.
-json names_of_file(const std::string& path) {
-  std::error_code error;
-  std::ifstream file(path);
-  if (!file || std::filesystem::is_directory(path, error)) {
-    throw Failure(fmt::format("cannot read the names file {}: {}", printable(path),
-                              std::strerror(file ? EISDIR : errno)));
-  }
-  json names;
-  std::string where;
-  try {
-    names = json::parse(file);
-  } catch (const json::exception& problem) {
-    // "[json.exception.parse_error.101] parse error at line 3, column 5: ..."
-    const std::string_view words = problem.what();
-    where = fmt::format(" ({})", printable(words.substr(words.find(']') + 2)));
-  }
-  const auto usable = [](const json& entry) {
-    return entry.is_object() && entry.contains("Speaker") && entry["Speaker"].is_string() &&
-           entry.contains("Name") && (entry["Name"].is_string() || entry["Name"].is_null());
-  };
-  if (!names.is_array() || !std::ranges::all_of(names, usable)) {
-    throw Failure(
-        fmt::format("the names file {} cannot be used{}; it must be what 'murmurase speakers "
-                    "--json' prints, with \"Name\"s filled in",
-                    printable(path), where));
-  }
-  return names;
-}
-
-void name_speakers(Controller& controller, const MovieOptions& options) {
-  if (options.names.empty() && options.names_file.empty()) return;
-  json speakers = controller.get("speakers_array");
-  std::unordered_map<std::string, std::size_t> positions;
-  for (std::size_t i = 0; i < speakers.size(); ++i) {
-    positions.emplace(speakers[i]["Speaker"].get<std::string>(), i);
-  }
-  const auto set_name = [&](const std::string& speaker, const std::string& name) {
-    const auto position = positions.find(speaker);
-    if (position == positions.end()) {
-      throw Failure(fmt::format("it has no speaker \"{}\" to name; its speakers are {}",
-                                printable(speaker), known_speakers(speakers)));
-    }
-    speakers[position->second]["Name"] = name;
-  };
-  if (!options.names_file.empty()) {
-    for (const json& entry : names_of_file(options.names_file)) {
-      if (entry["Name"].is_string()) set_name(entry["Speaker"], entry["Name"]);
-    }
-  }
-  for (const std::string& name : options.names) {
-    const std::size_t equals = name.find('=');
-    set_name(name.substr(0, equals), name.substr(equals + 1));
-  }
-  controller.set("speakers_array", speakers);
 }
 
 }  // namespace
@@ -194,7 +128,11 @@ void read_movie(Controller& controller, const MovieOptions& options, std::string
   controller.set("mov_file_path", options.movie);
   said = parse_movie(controller, options);
   controller.call("build_speakers_array", {});
-  name_speakers(controller, options);
+  Names known = options.names_of_file;
+  if (!options.own_names_file.empty()) {
+    std::ranges::move(read_names(options.own_names_file), std::back_inserter(known));
+  }
+  name_speakers(controller, known, options.names);
 }
 
 Failure movie_failure(const std::string& movie, const Failure& failure, std::string said) {
@@ -205,8 +143,9 @@ Failure movie_failure(const std::string& movie, const Failure& failure, std::str
 }
 
 std::vector<std::string> inputs_of(const MovieOptions& options) {
-  return {options.movie, std::filesystem::path(options.movie).replace_extension(".xmp"),
-          options.movie + ".xmp", options.names_file, options.xmp_tool};
+  return {options.movie,          std::filesystem::path(options.movie).replace_extension(".xmp"),
+          options.movie + ".xmp", options.names_file,
+          options.own_names_file, options.xmp_tool};
 }
 
 void refuse_to_overwrite(const std::vector<std::string>& inputs,

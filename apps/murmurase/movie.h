@@ -4,17 +4,19 @@
 #include <string>
 #include <vector>
 
-#include "module.h"
+#include "names.h"
 
 namespace host {
 
 // What the commands that read a movie share of the command line.
 struct MovieOptions {
   std::string movie;
-  std::string xmp_tool;            // empty: the one beside this program
-  std::int64_t words = 100;        // the largest number of words in a phrase; 100 is no limit
-  std::vector<std::string> names;  // ID=NAME
-  std::string names_file;
+  std::string xmp_tool;        // empty: the one beside this program
+  std::int64_t words = 100;    // the largest number of words in a phrase; 100 is no limit
+  Names names;                 // of speakers that the movie must have
+  std::string names_file;      // empty: none
+  Names names_of_file;         // what it holds
+  std::string own_names_file;  // of this movie alone, and wins over the other; empty: none
 };
 
 // Reads the movie into the controller: its transcription, its speakers, and the names that the user

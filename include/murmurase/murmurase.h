@@ -88,7 +88,8 @@ MURMURASE_API void murmurase_error_free(murmurase_error* error);
 
 /*
  * The module's entry point. Prepares the working folder "Fernwork" in the user's Application Support
- * directory and installs the operations. To be called once, before any controller calls an operation.
+ * directory (~/Library/Application Support/Fernwork on macOS, ~/.local/share/Fernwork elsewhere) and
+ * installs the operations. To be called once, before any controller calls an operation.
  *
  * A call after one that succeeded prepares the working folder again, installs to_timecode, to_timestamp
  * and to_frames again, and ends in a type error (in a system error if the folder cannot be made). The
@@ -280,12 +281,15 @@ MURMURASE_CHECKED murmurase_error* murmurase_set(murmurase_controller* controlle
  *   build_words_array(grouping)                   sets words_array; null. grouping: words in a phrase,
  *                                                 a whole number from 1, 100 for no limit
  *   save_to_text(grouping, path)                  writes the text transcript; null
- *   save_to_excel(grouping, path)                 writes an Excel 97-2003 workbook, a row a phrase; null
+ *   save_to_excel(grouping, path)                 writes an Excel 97-2003 workbook, a row a phrase; null.
+ *                                                 "Time Out" is the end of the phrase's first word
  *   create_clip_with_markers()                    adds the phrases to a copy of clip_xml as markers,
  *                                                 writes it to the file Parlenda.xml in the working
  *                                                 folder and has it opened, see
  *                                                 murmurase_set_open_command(); boolean: whether the
- *                                                 opening was accepted. Sets words_array, in
+ *                                                 opening was accepted. Sets words_array, in. A marker
+ *                                                 ends one frame before its phrase begins, and starts
+ *                                                 where the phrase before it starts
  *
  * Limits against hostile inputs, beyond which an operation ends in an error that names the limit: 512
  * MiB for a clip file, for its repaired text and for what the XMP tool prints; 10 million elements,

@@ -12,6 +12,7 @@
 #include "model/speaker_list.h"
 #include "model/word_grouping.h"
 #include "platform/platform.h"
+#include "readers/clip_reader.h"
 #include "xml/document.h"
 #include "xml/edit.h"
 #include "xml/problem_channel.h"
@@ -49,7 +50,8 @@ std::string clip_name(const XmlDocument& clip) {
 
 xmlNode* found(xmlNode* node, const XmlDocument& clip, std::string_view what) {
   if (node == nullptr) {
-    throw Error(ErrorKind::missing_value, fmt::format("{} has no {}", clip_name(clip), what));
+    throw Error(ErrorKind::missing_value,
+                fmt::format("{} has no {}; {}", clip_name(clip), what, wanted_clip));
   }
   return node;
 }

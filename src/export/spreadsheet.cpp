@@ -50,7 +50,8 @@ void write_words(workbook::Workbook& book, std::size_t row, const std::string& w
   try {
     book.write(row, 3, words);
   } catch (const Error& error) {
-    if (words.size() <= workbook::biff8::max_text_units) throw;
+    const bool several = words.find(' ') != std::string::npos;
+    if (words.size() <= workbook::biff8::max_text_units || !several) throw;
     throw Error(error.kind(), fmt::format("{}: group fewer words into each phrase", error.what()));
   }
 }

@@ -22,12 +22,15 @@ namespace {
               fmt::format("the clip {} cannot be read as XML: {}", printable(path), reason));
 }
 
+[[noreturn]] void fail_without_xml(const std::string& path, const xml::Recovery& recovery) {
+  const std::string& problem = recovery.first_problem;
+  fail(path, fmt::format("{}; {}", problem.empty() ? "it holds none" : problem, wanted_clip));
+}
+
 xml::Recovery parse(std::string_view text, xml::Blanks blanks, xml::Wanted wanted,
                     const std::string& path) {
   xml::Recovery recovery = xml::recover(text, xml::clip_limit, blanks, wanted);
-  if (!recovery.document) {
-    fail(path, recovery.first_problem.empty() ? "it holds none" : recovery.first_problem);
-  }
+  if (!recovery.document) fail_without_xml(path, recovery);
   return recovery;
 }
 
@@ -95,7 +98,7 @@ ClipFile parse_xml_file(Controller& controller, const std::string& path) {
   }
   if (clip.limit != nullptr) fail(path, clip.limit);
   const xmlNode* first = clip.document->children;
-  if (first == nullptr) fail(path, clip.first_problem);
+  if (first == nullptr) fail_without_xml(path, clip);
   // A document that knows its file lets later errors name it.
   clip.document->URL = xmlStrdup(reinterpret_cast<const xmlChar*>(path.c_str()));
   if (clip.document->URL == nullptr) throw std::bad_alloc();

@@ -2,12 +2,18 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/controller.h"
 #include "core/value.h"
 
 namespace murmurase {
+
+// For messages of a file that is not a clip, or not one that takes markers.
+inline constexpr std::string_view wanted_clip =
+    "give the XML that an editor exports of a clip, not of a sequence or a bin: in Final Cut "
+    "Pro 7, select the clip in the Browser, then File > Export > XML";
 
 // How far the text of a clip file was repaired before it could be parsed. A repaired text has lost
 // its line feeds.
