@@ -100,6 +100,10 @@ void add_words(CLI::App& command, host::MovieOptions& options) {
       ->default_str("100");
 }
 
+void add_keep(CLI::App& command, host::MovieOptions& options) {
+  command.add_flag("--keep", options.keep, "Replace no file: fail if an output is there already");
+}
+
 struct TimecodeOptions {
   double number = 0;  // frames or seconds
   std::string label;
@@ -175,6 +179,7 @@ void add_exports(CLI::App& app, host::MovieOptions& options, OutputOptions& outp
   add_movie(*text, options);
   text->add_option("OUT", outputs.output, "The file to write; - is standard output")->required();
   add_words(*text, options);
+  add_keep(*text, options);
   text->footer(
       "Example:\n  murmurase text interview.mov interview.txt --words 12 --name 'Speaker 1=Anna'");
   text->callback([&] { host::write_text(options, outputs.output); });
@@ -183,6 +188,7 @@ void add_exports(CLI::App& app, host::MovieOptions& options, OutputOptions& outp
   add_movie(*excel, options);
   excel->add_option("OUT", outputs.output, "The file to write; - is standard output")->required();
   add_words(*excel, options);
+  add_keep(*excel, options);
   excel->footer("Example:\n  murmurase excel interview.mov interview.xls --words 12");
   excel->callback([&] { host::write_excel(options, outputs.output); });
 
@@ -198,6 +204,7 @@ void add_exports(CLI::App& app, host::MovieOptions& options, OutputOptions& outp
       "The file to write; - is standard output; without it, the file in the working "
       "folder whose path is printed");
   add_words(*markers, options);
+  add_keep(*markers, options);
   markers->add_option("--open-with", outputs.open_with, "The program to open the written clip with")
       ->type_name("COMMAND");
   markers->footer("Example:\n  murmurase markers interview.mov clip.xml marked.xml --words 12");
@@ -223,6 +230,7 @@ void add_batch(CLI::App& app, host::BatchOptions& batch, int& status) {
       ->check(CLI::Range(1, 1024));
   add_movie_options(*command, batch.movie);
   add_words(*command, batch.movie);
+  add_keep(*command, batch.movie);
   command->footer("Example:\n  murmurase export day1/*.mov --out day1-transcripts --words 12");
   command->callback([&] { status = host::export_movies(batch) ? success : failed; });
 }

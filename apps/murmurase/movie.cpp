@@ -1,76 +1,24 @@
 #include "movie.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <set>
 #include <string_view>
-#include <system_error>
 #include <unordered_map>
-#include <utility>
 
+#include "captured_errors.h"
 #include "core/printable.h"
-#include "platform/posix/held_signals.h"
+#include "input_file.h"
+#include "outputs.h"
 
 namespace host {
 namespace {
 
 using murmurase::printable;
-
-// An open file that goes when it is closed; null for none.
-std::FILE* nameless_file() {
-  const murmurase::HeldSignals held;  // one that ends the process must not leave the name behind
-  std::string name = temporary_folder() / "murmurase-XXXXXX";
-  const int file = mkostemp(name.data(), O_CLOEXEC);
-  if (file < 0) return nullptr;
-  unlink(name.c_str());
-  return fdopen(file, "w+");
-}
-
-// Keeps what the XMP tool says on standard error, so that a failure stays one line.
-class CapturedErrors {
- public:
-  CapturedErrors() : file_(nameless_file()), saved_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
-    if (file_ != nullptr && saved_ >= 0) dup2(fileno(file_), STDERR_FILENO);
-  }
-  CapturedErrors(const CapturedErrors&) = delete;
-  CapturedErrors& operator=(const CapturedErrors&) = delete;
-  ~CapturedErrors() {
-    restore();
-    if (file_ != nullptr) std::fclose(file_);
-  }
-
-  // Gives standard error back, and what was written to it meanwhile.
-  std::string restore() {
-    if (saved_ < 0) return {};
-    dup2(saved_, STDERR_FILENO);
-    close(saved_);
-    saved_ = -1;
-    std::string text;
-    if (file_ == nullptr) return text;
-    std::rewind(file_);
-    std::array<char, 4096> part{};
-    while (const std::size_t count = std::fread(part.data(), 1, part.size(), file_)) {
-      text.append(part.data(), count);
-    }
-    return text;
-  }
-
- private:
-  std::FILE* file_;
-  int saved_;
-};
 
 // Why the tool failed, of what it said: the last line is the one that tells. Our own tool's lines
 // stand for themselves. A tool that was killed had no chance to say so.
@@ -128,18 +76,25 @@ std::string known_speakers(const json& speakers) {
   return text.empty() ? "none" : text;
 }
 
+std::string text_of_names_file(const std::string& path) {
+  constexpr std::size_t most_bytes = std::size_t{16} << 20;
+  std::string text;
+  const InputFile file(path);
+  const int error = file.is_open() ? file.read_all(text, most_bytes) : errno;
+  if (error == 0 && !text.empty()) return text;
+  throw Failure(fmt::format("cannot read the names file {}: {}", printable(path),
+                            error == 0       ? "it is empty"
+                            : error == EFBIG ? "it is larger than 16 MiB"
+                                             : std::strerror(error)));
+}
+
 // The names of a file: what 'speakers --json' prints, "Name"s filled in.
 json names_of_file(const std::string& path) {
-  std::error_code error;
-  std::ifstream file(path);
-  if (!file || std::filesystem::is_directory(path, error)) {
-    throw Failure(fmt::format("cannot read the names file {}: {}", printable(path),
-                              std::strerror(file ? EISDIR : errno)));
-  }
+  const std::string text = text_of_names_file(path);
   json names;
   std::string where;
   try {
-    names = json::parse(file);
+    names = json::parse(text);
   } catch (const json::exception& problem) {
     // "[json.exception.parse_error.101] parse error at line 3, column 5: ..."
     const std::string_view words = problem.what();
@@ -185,12 +140,15 @@ void name_speakers(Controller& controller, const MovieOptions& options) {
   controller.set("speakers_array", speakers);
 }
 
+std::string tool_of(const MovieOptions& options) {
+  return options.xmp_tool.empty() ? (program_folder() / "murmurase-xmp").string()
+                                  : options.xmp_tool;
+}
+
 }  // namespace
 
 void read_movie(Controller& controller, const MovieOptions& options, std::string& said) {
-  const std::string tool =
-      options.xmp_tool.empty() ? (program_folder() / "murmurase-xmp").string() : options.xmp_tool;
-  controller.set("xmpcommand", tool);
+  controller.set("xmpcommand", tool_of(options));
   controller.set("mov_file_path", options.movie);
   said = parse_movie(controller, options);
   controller.call("build_speakers_array", {});
@@ -206,23 +164,7 @@ Failure movie_failure(const std::string& movie, const Failure& failure, std::str
 
 std::vector<std::string> inputs_of(const MovieOptions& options) {
   return {options.movie, std::filesystem::path(options.movie).replace_extension(".xmp"),
-          options.movie + ".xmp", options.names_file, options.xmp_tool};
-}
-
-void refuse_to_overwrite(const std::vector<std::string>& inputs,
-                         const std::vector<std::string>& outputs) {
-  std::set<std::pair<dev_t, ino_t>> read;
-  struct stat status {};
-  for (const std::string& input : inputs) {
-    if (stat(input.c_str(), &status) == 0) read.emplace(status.st_dev, status.st_ino);
-  }
-  for (const std::string& output : outputs) {
-    if (stat(output.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
-    if (!read.contains({status.st_dev, status.st_ino})) continue;
-    throw Failure(fmt::format("{} is read, and would be overwritten; choose another output",
-                              printable(output)),
-                  true);
-  }
+          options.movie + ".xmp", options.names_file, program_file(tool_of(options))};
 }
 
 }  // namespace host
