@@ -116,7 +116,8 @@ class CommandLine(Case):
             self.expect_failure(*arguments, "--xmp-tool", PLAIN_TOOL, said="would be overwritten")
         tool = self.write("tool", "exit 1", 0o755)
         path = {**os.environ, "PATH": str(self.folder)}
-        for arguments in (["text", INTERVIEW, tool, "--xmp-tool=tool"], ["text", INTERVIEW, tool, "--xmp-tool", tool],
+        for arguments in (["text", INTERVIEW, tool, "--xmp-tool=tool"],
+                          ["text", INTERVIEW, tool, "--xmp-tool", tool],
                           ["markers", INTERVIEW, CLIP, tool, "--open-with=tool"]):
             self.expect_failure(*arguments, said="would be overwritten", env=path)
         self.assertEqual((self.folder / "take.txt").read_bytes(), PACKET)
@@ -131,11 +132,14 @@ class CommandLine(Case):
         clip = CLIP.read_bytes()
         (self.folder / "o").mkdir()
         for old, replaced, said in (
-                (b"", "txt xls xml", ""), (made[".txt"], "txt", "a text"), (made[".xls"], "xls", "a workbook"),
-                (made[".xml"], "xml", "a clip of markers"), (b"\xffAn old [edit]\r\n", "txt", "a text"),
-                ("\n[00:01] Grüße\n".encode("utf-16"), "txt", "a text"), (clip, "", "a clip without markers"),
+                (b"", "txt xls xml", ""), (made[".txt"], "txt", "a text"),
+                (made[".xls"], "xls", "a workbook"),
+                (made[".xml"], "xml", "a clip of markers"),
+                (b"\xffAn old [edit]\r\n", "txt", "a text"),
+                ("\n[00:01] Grüße\n".encode("utf-16"), "txt", "a text"),
+                (made[".txt"].decode().encode("utf-16-be"), "txt", "a text"), (clip, "", "a clip without markers"),
                 (clip.replace(b"</clip>", b"<marker>\n<name/></marker></clip>"), "", "a clip without markers"),
-                (made[".xml"].decode().replace("UTF-8", "UTF-16").encode("utf-16"), "xml", "a clip of markers"),
+                (made[".xml"].decode().encode("utf-16-le"), "xml", "a clip of markers"),
                 (PACKET, "", "an XMP packet"), (b"\xef\xbb\xbf <x/>", "", "an XML document"),
                 (b'[\n  {"Speaker":', "", "a JSON file"), (b"#!/bin/sh\n", "", "a script"),
                 (SAMPLE.read_bytes(), "", "a movie"), (b"{\\rtf1", "", "a file of another kind"),
@@ -184,7 +188,8 @@ class CommandLine(Case):
         self.assertEqual(out.read_bytes(), before)
 
     def test_export(self):
-        movies = ["a/take.xmp", "b/Take.xmp", "b/take-2.xmp", "b/none.xmp", "b/line\nfeed.xmp", "a/\xe9.xmp", "b/E\u0301.xmp"]
+        movies = ["a/take.xmp", "b/Take.xmp", "b/take-2.xmp", "b/none.xmp", "b/line\nfeed.xmp", "a/\xe9.xmp",
+                  "b/E\u0301.xmp"]
         out, names = self.folder / "out", ("take", "Take-3", "E\u0301-2")
         for movie in movies:
             (self.folder / movie).parent.mkdir(exist_ok=True)

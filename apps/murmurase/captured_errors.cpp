@@ -21,9 +21,8 @@ constexpr std::size_t piece = std::size_t{1} << 16;  // no pipe holds more, unle
 
 }  // namespace
 
-CapturedErrors::CapturedErrors() {
+CapturedErrors::CapturedErrors() : saved_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
   std::array<int, 2> ends{};
-  saved_ = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
   if (saved_ < 0 || pipe(ends.data()) != 0) {
     throw Failure(
         fmt::format("cannot make a pipe for what the XMP tool says: {}", std::strerror(errno)));

@@ -25,7 +25,7 @@ class CapturedErrors {
   void keep(std::string_view text);
 
   int read_end_ = -1;
-  int saved_ = -1;
+  int saved_;
   std::string kept_;
   std::size_t left_out_ = 0;
   std::atomic<bool> ended_ = false;

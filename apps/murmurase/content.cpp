@@ -40,12 +40,16 @@ bool is_workbook(std::string_view head, const InputFile& file) {
          contains(file.read_at((directory + 1) << sector_shift, head_size), stream);
 }
 
-// Where the low byte of each UTF-16 character is; none for text of single bytes.
+constexpr std::string_view little_endian_mark = "\xFF\xFE";
+constexpr std::string_view big_endian_mark = "\xFE\xFF";
+
+// Where the low byte of each UTF-16 character is; none for text of single bytes. Without a mark the first
+// character decides, which is ASCII in what this program writes.
 std::optional<std::size_t> utf16_low_byte(std::string_view head) {
-  using std::string_view_literals::operator""sv;
-  if (head.starts_with("\xFF\xFE"sv) || head.starts_with("<\0"sv)) return 0;
-  if (head.starts_with("\xFE\xFF"sv) || head.starts_with("\0<"sv)) return 1;
-  return std::nullopt;
+  if (head.starts_with(little_endian_mark)) return 0;
+  if (head.starts_with(big_endian_mark)) return 1;
+  if (head.size() < 2 || (head[0] == '\0') == (head[1] == '\0')) return std::nullopt;
+  return head[0] == '\0' ? 1 : 0;
 }
 
 // UTF-16 as one byte a character: what is not ASCII becomes a question mark.
@@ -140,7 +144,7 @@ std::optional<Content> content_of(const std::string& path) {
   if (is_workbook(head, file)) return Content::workbook;
   const std::optional<std::size_t> low_byte = utf16_low_byte(head);
   std::string text = narrowed(head, low_byte);
-  if (low_byte && !text.starts_with('<')) text.erase(0, 1);  // the byte order mark
+  if (head.starts_with(little_endian_mark) || head.starts_with(big_endian_mark)) text.erase(0, 1);
   if (!is_text(text)) return Content::other;
   const Content content = content_of_text(text);
   const bool marked = content == Content::clip && has_own_marker(file, low_byte);

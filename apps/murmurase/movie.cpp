@@ -25,6 +25,8 @@ using murmurase::printable;
 Failure tool_failure(std::string said, const std::string& movie) {
   while (!said.empty() && (said.back() == '\n' || said.back() == ' ')) said.pop_back();
   if (const std::size_t last = said.rfind('\n'); last != std::string::npos) said.erase(0, last + 1);
+  constexpr std::size_t most_shown = 1000;
+  if (said.size() > most_shown) said.replace(0, said.size() - most_shown, "...");
   constexpr std::string_view own_tool = "murmurase-xmp: ";
   if (const int status = tool_status(); WIFSIGNALED(status)) {
     said = fmt::format("the XMP tool was killed: {}", strsignal(WTERMSIG(status)));
