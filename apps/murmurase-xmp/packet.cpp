@@ -2,8 +2,6 @@
 
 #include <exempi/xmp.h>
 #include <exempi/xmpconsts.h>
-#include <fcntl.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -61,18 +59,17 @@ std::string quoted_name(const fs::path& path) { return in_quotes(path.native());
 // Opens `path` for reading and sets `size` to its size in bytes. Throws Failure unless it is a
 // regular file with something in it.
 File open_file(const fs::path& path, std::uintmax_t& size) {
-  const auto fail_now = [&] { fail_to_read(path, {errno, std::generic_category()}); };
-  // Nothing can take the file's place between two looks, and no pipe keeps this waiting.
-  const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-  if (descriptor < 0) fail_now();
-  File file(fdopen(descriptor, "rb"));
-  struct stat status {};
-  if (!file || fstat(descriptor, &status) != 0) fail_now();
-  if (S_ISDIR(status.st_mode))
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (error) fail_to_read(path, error);
+  if (fs::is_directory(status))
     fail("cannot read {}: it is a folder; name a movie in it", quoted_name(path));
-  if (!S_ISREG(status.st_mode))
+  if (!fs::is_regular_file(status))
     fail("cannot read {}: it is not a regular file; name a movie", quoted_name(path));
-  size = static_cast<std::uintmax_t>(status.st_size);
+  File file(std::fopen(path.c_str(), "rb"));
+  if (!file) fail_to_read(path, {errno, std::generic_category()});
+  size = fs::file_size(path, error);
+  if (error) fail_to_read(path, error);
   if (size == 0) fail("cannot read {}: it is empty; {}", quoted_name(path), copy_again);
   return file;
 }
