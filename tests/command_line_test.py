@@ -11,7 +11,7 @@ import xml.etree.ElementTree
 
 import xlrd
 
-from support import CLIP, INTERVIEW, MURMURASE, PACKET, PLAIN_TOOL, Case
+from support import CLIP, INTERVIEW, MURMURASE, PACKET, PLAIN_TOOL, SAMPLE, Case
 
 TRANSCRIPT = """  SPEAKER 1
 [01:00:00:00] Hello and welcome
@@ -54,6 +54,9 @@ class CommandLine(Case):
             self.assertEqual(self.expect("speakers", INTERVIEW, *names), "Speaker 1\nSpeaker 2  A=b\n")
             for options, name in (AS_BOB, "BOB"), (["--words=3", *names], "A=B"), ([*names, *AS_BOB], "BOB"):
                 self.assertEqual(self.expect("text", INTERVIEW, "-", *options), TRANSCRIPT.replace("BOB", name))
+        with subprocess.Popen(["sh", "-c", "sleep 0.1; cat names"], cwd=self.folder,
+                              stdout=subprocess.PIPE) as late:
+            self.assertIn("A=B", self.expect("text", INTERVIEW, "-", "--names=/dev/stdin", stdin=late.stdout))
 
     def markers_of(self, path):
         return [[marker.findtext(name) for name in ("name", "comment", "in", "out")]
@@ -75,6 +78,8 @@ class CommandLine(Case):
         self.assertEqual(self.expect(*command, "-"), written)
         self.expect_failure(*command, "-", "--open-with", opener, status=2)
         self.expect_failure(*command, "/none/x", said="cannot write /none/x")
+        os.mkfifo(self.folder / "fifo")
+        self.expect_failure("markers", INTERVIEW, "fifo", "./-out.xml", said="the clip fifo cannot be read")
         for clip, said in ((b"", "clip.xml"), (b"\x7fELF\0\1\2", "XML"), (PACKET, "xmeml")):
             self.expect_failure("markers", INTERVIEW, self.write("clip.xml", clip), "./-out.xml",
                                 said=("murmurase: the clip ", said, "not of a sequence"))
@@ -113,11 +118,52 @@ class CommandLine(Case):
                           ["export", movie, "--out", self.folder],
                           ["export", INTERVIEW, "./take.txt", "--out", self.folder, "--clip", clip]):
             self.expect_failure(*arguments, "--xmp-tool", PLAIN_TOOL, said="would be overwritten")
-        tool = self.tool("exit 1")
-        self.expect_failure("text", INTERVIEW, tool, "--xmp-tool", tool, said="would be overwritten")
+        tool = self.write("tool", "exit 1", 0o755)
+        path = {**os.environ, "PATH": str(self.folder)}
+        for arguments in (["text", INTERVIEW, tool, "--xmp-tool=tool"],
+                          ["text", INTERVIEW, tool, "--xmp-tool", tool],
+                          ["markers", INTERVIEW, CLIP, tool, "--open-with=tool"]):
+            self.expect_failure(*arguments, said="would be overwritten", env=path)
         self.assertEqual((self.folder / "take.txt").read_bytes(), PACKET)
         self.assertEqual((pathlib.Path(sidecar).read_bytes(), pathlib.Path(names).read_text()), (PACKET, "[]"))
         self.assertEqual((self.folder / "take.xml").read_bytes(), CLIP.read_bytes())
+
+    def test_an_output_replaces_its_own_kind_alone(self):
+        """The first bytes of a file, the outputs' kinds that may replace it, and what it is said to be."""
+        self.expect("export", INTERVIEW, "--out=made", "--clip", CLIP, "--name=Speaker 1=<A>")
+        made = {ending: (self.folder / "made/interview").with_suffix(ending).read_bytes()
+                for ending in (".txt", ".xls", ".xml")}
+        clip = CLIP.read_bytes()
+        (self.folder / "o").mkdir()
+        for old, replaced, said in (
+                (b"", "txt xls xml", ""), (made[".txt"], "txt", "a text"),
+                (made[".xls"], "xls", "a workbook"),
+                (made[".xml"], "xml", "a clip of markers"),
+                (b"\xffAn old [edit]\r\n", "txt", "a text"),
+                ("\n[00:01] Grüße\n".encode("utf-16"), "txt", "a text"),
+                (made[".txt"].decode().encode("utf-16-be"), "txt", "a text"), (clip, "", "a clip without markers"),
+                (clip.replace(b"</clip>", b"<marker>\n<name/></marker></clip>"), "", "a clip without markers"),
+                (made[".xml"].decode().encode("utf-16-le"), "xml", "a clip of markers"),
+                (PACKET, "", "an XMP packet"), (b"\xef\xbb\xbf <x/>", "", "an XML document"),
+                (b'[\n  {"Speaker":', "", "a JSON file"), (b"#!/bin/sh\n", "", "a script"),
+                (SAMPLE.read_bytes(), "", "a movie"), (b"{\\rtf1", "", "a file of another kind"),
+                (made[".xls"].replace(b"W\0o\0r\0k\0b", b"W\0o\0r\0d\0D"), "", "a file of another kind"),
+                (pathlib.Path(MURMURASE).read_bytes(), "", "a file of another kind")):
+            for ending, command in (("txt", ["text", INTERVIEW]), ("xls", ["excel", INTERVIEW]),
+                                    ("xml", ["markers", INTERVIEW, CLIP])):
+                link, file = self.folder / f"o/interview.{ending}", pathlib.Path(self.write("file", old))
+                link.symlink_to(file)
+                if ending in replaced.split():
+                    self.expect(*command, link)
+                    self.assertNotEqual(file.read_bytes(), old)
+                else:
+                    for arguments in ([*command, link], ["export", INTERVIEW, "--out=o", "--clip", CLIP]):
+                        self.expect_failure(*arguments, said=(f"{link.name} is {said}", "move it away"))
+                    self.assertEqual(file.read_bytes(), old)
+                self.expect_failure(*command, link, "--keep", said="--keep is given")
+                link.unlink()
+        with open(self.write("m.txt", PACKET), "a") as end:  # an open descriptor is written on
+            self.assertEqual(self.call("text", INTERVIEW, "/dev/stdout", "--keep", stdout=end)[0], 0)
 
     def test_excel(self):
         out = self.folder / "out.xls"
@@ -148,19 +194,20 @@ class CommandLine(Case):
         self.expect(*command, "--words=2")
 
     def test_export(self):
-        movies = ["a/take.xmp", "b/Take.xmp", "b/take-2.xmp", "b/none.xmp", "b/line\nfeed.xmp"]
-        out = self.folder / "out"
+        movies = ["a/take.xmp", "b/Take.xmp", "b/take-2.xmp", "b/none.xmp", "b/line\nfeed.xmp", "a/\xe9.xmp",
+                  "b/E\u0301.xmp"]
+        out, names = self.folder / "out", ("take", "Take-3", "E\u0301-2")
         for movie in movies:
             (self.folder / movie).parent.mkdir(exist_ok=True)
             if "none" not in movie:
                 self.write(movie, PACKET)
         for more, endings in ([], ("txt", "xls")), (["--clip", CLIP, "--jobs", "2"], ("txt", "xls", "xml")):
             status, printed, said = self.call("export", *movies, "--out", out, "--words=3", *more)
-            self.assertEqual((status, len(printed.splitlines())), (1, 5))
-            self.assertTrue(printed.endswith("\n4 movies written, 1 failed\n"))
+            self.assertEqual((status, len(printed.splitlines())), (1, 7))
+            self.assertTrue(printed.endswith("\n6 movies written, 1 failed\n"))
             self.assertRegex(said, r"\Amurmurase: [^\n]*none.xmp[^\n]+\n\Z")
             self.assertEqual(set(os.listdir(out)), {f"{name}.{ending}" for ending in endings
-                                                    for name in ("take", "Take-3", "take-2", "line\nfeed")})
+                                                    for name in (*names, "take-2", "line\nfeed", "\xe9")})
         movie_of = lambda name: xlrd.open_workbook(out / name).sheet_by_index(0).cell_value(1, 4)
         self.assertEqual([movie_of(name) for name in ("take.xls", "Take-3.xls", "take-2.xls")], movies[:3])
 
@@ -186,6 +233,9 @@ class CommandLine(Case):
         silent = self.write("silent.xmp", PACKET.replace(b">Speech<", b">Comment<"))
         bad_names, bad_lines = self.write("bad.json", '[{"Speaker": 1}]'), self.write("bad.txt", "a=b\nAnna")
         empty = self.write("empty.mov", b"\0\0\0\x14ftypqt  \0\0\0\0qt  \0\0\0\x08moov")
+        fifo = self.folder / "fifo"
+        os.mkfifo(fifo)
+        self.options["env"] = {**os.environ, "TMPDIR": "/none"}  # it takes none to tell why a tool failed
         with_tool = lambda script: ["--xmp-tool", self.tool(script)]
         for movie, options, said in (
                 (INTERVIEW, with_tool("echo '<x/>'; echo why >&2; exit 1"), "why"),
@@ -199,6 +249,8 @@ class CommandLine(Case):
                 (INTERVIEW, ["--names", "/none"], "names file /none: No such file"),
                 (INTERVIEW, ["--names", bad_names], "speakers --json"),
                 (INTERVIEW, ["--names", bad_lines], 'bad.txt cannot be used: line 2, "Anna"'),
+                (INTERVIEW, ["--names", fifo], "it is empty"), (fifo, [], "not a regular file"),
+                (INTERVIEW, ["--names", "/dev/zero"], "larger than 16 MiB"),
                 (empty, [], f"{empty}: it has no speech transcription; no XMP packet")):
             for command in (["speakers"], ["phrases"], ["text"]):
                 out = ["out.txt"] if command == ["text"] else []

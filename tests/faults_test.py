@@ -13,7 +13,10 @@ import unittest
 
 from support import CLIP, INTERVIEW, MURMURASE, PACKET, PLAIN_TOOL, Case, run
 
-OLD = b"what was there before"
+# What an export may replace.
+OLD = {"text": b"what was there before", "markers": b"<xmeml><clip><marker> <name>",
+       "excel": (b"\xd0\xcf\x11\xe0\xa1\xb1\x1a\xe1" + bytes(22) + b"\t").ljust(512, b"\0")
+                + "Workbook".encode("utf-16-le")}
 for ignored in signal.SIGHUP, signal.SIGINT, signal.SIGQUIT:  # by nohup, and by a shell's background jobs
     signal.signal(ignored, signal.SIG_DFL)
 # A sanitizer takes more than there is, and macOS heeds no such limit.
@@ -39,6 +42,11 @@ class Faults(Case):
         for arguments in ["text", INTERVIEW], ["excel", INTERVIEW], ["markers", INTERVIEW, CLIP]:
             yield [*arguments, out or self.out, "--xmp-tool", tool]
 
+    def put_old(self, command):
+        old = OLD.get(command[0], b"")
+        self.out.write_bytes(old)
+        return old
+
     def expect_nothing_left(self, kept=None):
         """Neither beside the output, which holds what is `kept`, nor in the temporary folder."""
         self.assertEqual((os.listdir(self.target), os.listdir(self.temporary)), (["out"], []))
@@ -47,26 +55,30 @@ class Faults(Case):
 
     def test_a_write_failing_at_any_byte(self):
         for command in self.commands():
+            self.put_old(command)
             self.expect(*command)
             size = self.out.stat().st_size
-            self.out.write_bytes(OLD)
+            old = self.put_old(command)
             for offset in range(size) if command[0] == "text" else (0, 1, 511, 512, size - 1):
                 self.expect_failure(*command, said=f"cannot write {self.out}: File too large",
                                     **limits(FSIZE=offset))
-                self.expect_nothing_left(OLD)
+                self.expect_nothing_left(old)
 
     def test_full_disk_and_read_only_folder(self):
         inside = ["unshare", "-rm", "sh", "-ec"]
-        mount = f'mount -t tmpfs -o size=4k none {self.target}; printf "{OLD.decode()}" >{self.out}; '
+        old = self.folder / "old"
+        mount = f'mount -t tmpfs -o size=4k none {self.target}; cp {old} {self.out}; '
+        old.touch()
         if not shutil.which("unshare") or run(*inside, mount)[0] != 0:
             self.skipTest("no file system can be mounted here")
-        after = f'"$@" || status=$?; ls -A {self.target}; cat {self.out}; exit $status'
+        after = f'"$@" || status=$?; ls -A {self.target}; cmp {old} {self.out}; exit $status'
         for prepare, message in (("", "No space left on device"),
                                  (f"mount -o remount,ro {self.target}; ", "Read-only file system")):
             for command in self.commands():
+                old.write_bytes(OLD[command[0]])
                 status, printed, line = run(*inside, mount + prepare + after, "sh", MURMURASE, *command,
                                             **self.options)
-                self.assertEqual((status, printed), (1, "out\n" + OLD.decode()))
+                self.assertEqual((status, printed), (1, "out\n"))
                 self.assertRegex(line, rf"\A[^\n]*cannot write {self.out}: {message}[^\n]*\n\Z")
 
     def test_targets(self):
@@ -102,15 +114,17 @@ class Faults(Case):
                                 signal.SIGSEGV, signal.SIGPIPE, signal.SIGALRM, signal.SIGTERM)]
         cases += [(":", {}, "it is empty"), ("exit 3", {}, "failed with status 3 without saying why")]
         large = [("exec head -c 2147483648 /dev/zero", {}, "it is larger than 512 MiB"),
+                 ("yes >&2 & sleep 0.1; exit 1", {}, "cannot read its XMP: y"),
                  ("exec head -c 536870912 /dev/zero", {}, "it holds no element")]
         if ADDRESS_SPACE_CAN_BE_LIMITED:
-            large.append(("exec head -c 536870912 /dev/zero", {"AS": 1 << 29}, "out of memory"))
+            large += [("exec head -c 536870912 /dev/zero", {"AS": 1 << 29}, "out of memory"),
+                      ("head -c 600000000 /dev/zero >&2; echo why >&2; exit 1", {"AS": 1 << 29}, "x00why")]
         for script, limited, said in cases + large:
             commands = list(self.commands(tool=self.tool(script)))
-            for command in commands[:1] if "/dev/zero" in script else commands:
-                self.out.write_bytes(OLD)
+            for command in commands[:1] if (script, limited, said) in large else commands:
+                old = self.put_old(command)
                 self.expect_failure(*command, said=said, **limits(CORE=0, **limited))
-                self.expect_nothing_left(OLD)
+                self.expect_nothing_left(old)
 
     def interrupt(self, command, number, ready):
         """Sends the signal to the program alone, once it is `ready`."""
@@ -141,10 +155,10 @@ class Faults(Case):
         for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
             for command in (*self.commands(tool=tool), export):
                 pids.write_text("")
-                self.out.write_bytes(OLD)
+                old = self.put_old(command)
                 tools = 3 if command is export else 1
                 self.interrupt(command, number, lambda: pids.read_text().count("\n") == tools)
-                self.expect_nothing_left(OLD)
+                self.expect_nothing_left(old)
                 for pid in pids.read_text().split():
                     self.expect_ended(int(pid))
 
@@ -158,15 +172,16 @@ class Faults(Case):
 
     def test_interrupted_at_any_moment(self):
         for command in self.commands():
+            self.put_old(command)
             self.expect(*command)
             whole = self.out.read_bytes()
             for milliseconds in range(0, 30):
-                self.out.write_bytes(OLD)
+                old = self.put_old(command)
                 process = subprocess.Popen([MURMURASE, *command], **self.options)
                 time.sleep(milliseconds / 1000)
                 process.send_signal(signal.SIGTERM)
                 self.assertIn(process.wait(), (0, -signal.SIGTERM))
-                self.assertIn(self.out.read_bytes(), (whole,) if process.returncode == 0 else (OLD, whole))
+                self.assertIn(self.out.read_bytes(), (whole,) if process.returncode == 0 else (old, whole))
                 self.expect_nothing_left()
 
     def test_ignored_signals_stay_ignored(self):
@@ -179,10 +194,10 @@ class Faults(Case):
         outcomes = set()
         for megabytes in range(8, 72, 2):
             for command in self.commands():
-                self.out.write_bytes(OLD)
+                old = self.put_old(command)
                 status = self.call(*command, **limits(AS=megabytes << 20))[0]
                 outcomes.add(status)
-                self.assertEqual(self.out.read_bytes() == OLD, status != 0)
+                self.assertEqual(self.out.read_bytes() == old, status != 0)
                 self.expect_nothing_left()
         self.assertLessEqual({0}, outcomes)
         self.assertLessEqual(outcomes, {0, 1, 127})

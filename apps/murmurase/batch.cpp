@@ -17,13 +17,14 @@
 #include <iterator>
 #include <new>
 #include <optional>
-#include <set>
 #include <string_view>
 #include <thread>
 
 #include "clip.h"
 #include "core/printable.h"
 #include "interruption.h"
+#include "output_names.h"
+#include "outputs.h"
 #include "platform/posix/held_signals.h"
 #include "workbook.h"
 
@@ -32,34 +33,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using murmurase::printable;
-
-// A name as file systems compare it that do not tell capitals.
-std::string folded(std::string name) {
-  std::ranges::transform(name, name.begin(), [](unsigned char c) {
-    return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-  });
-  return name;
-}
-
-// What the outputs of each movie are called: its name without extension. Where two have one name, the
-// later one gets the first number from 2 that makes it no other's.
-std::vector<std::string> output_names(const std::vector<std::string>& movies) {
-  std::vector<std::string> names;
-  std::set<std::string> own;
-  std::set<std::string> taken;
-  for (const std::string& movie : movies) own.insert(folded(fs::path(movie).stem()));
-  for (const std::string& movie : movies) {
-    const std::string stem = fs::path(movie).stem();
-    std::string name = stem;
-    for (int number = 2;
-         taken.contains(folded(name)) || (name != stem && own.contains(folded(name))); ++number) {
-      name = fmt::format("{}-{}", stem, number);
-    }
-    taken.insert(folded(name));
-    names.push_back(name);
-  }
-  return names;
-}
 
 // The options of one of the movies, with the names file beside it if there is one.
 MovieOptions options_of(const BatchOptions& options, const std::string& movie) {
@@ -276,17 +249,18 @@ class Progress {
 void refuse_to_overwrite_inputs(const BatchOptions& options,
                                 const std::vector<std::string>& names) {
   std::vector<std::string> inputs;
-  std::vector<std::string> outputs;
+  std::vector<Output> outputs;
   for (const std::string& movie : options.movies) {
     std::ranges::move(inputs_of(options_of(options, movie)), std::back_inserter(inputs));
     if (!options.clip.empty()) inputs.push_back(clip_of(options, movie));
   }
   for (const std::string& name : names) {
     const std::string base = fs::path(options.folder) / name;
-    for (const char* ending : {".txt", ".xls"}) outputs.push_back(base + ending);
-    if (!options.clip.empty()) outputs.push_back(base + ".xml");
+    outputs.push_back({base + ".txt", OutputKind::transcript});
+    outputs.push_back({base + ".xls", OutputKind::workbook});
+    if (!options.clip.empty()) outputs.push_back({base + ".xml", OutputKind::marker_clip});
   }
-  refuse_to_overwrite(inputs, outputs);
+  check_outputs(inputs, outputs, options.movie.keep);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 
 #include "clip.h"
 #include "core/printable.h"
+#include "outputs.h"
 #include "workbook.h"
 
 namespace host {
@@ -44,8 +45,12 @@ void with_movie(const MovieOptions& options, const Command& command) {
   std::fputs(said.c_str(), stderr);
 }
 
-void refuse_to_overwrite_inputs(const std::vector<std::string>& inputs, const std::string& output) {
-  if (output != "-") refuse_to_overwrite(inputs, {output});
+void check_output(const MovieOptions& options, const std::string& output, OutputKind kind,
+                  const std::vector<std::string>& more_inputs = {}) {
+  if (output == "-") return;
+  std::vector<std::string> inputs = inputs_of(options);
+  inputs.insert(inputs.end(), more_inputs.begin(), more_inputs.end());
+  check_outputs(inputs, {{output, kind}}, options.keep);
 }
 
 std::string standard_output_or(const std::string& output) {
@@ -213,14 +218,14 @@ void print_phrases(const MovieOptions& options, bool as_json) {
 }
 
 void write_text(const MovieOptions& options, const std::string& output) {
-  refuse_to_overwrite_inputs(inputs_of(options), output);
+  check_output(options, output, OutputKind::transcript);
   with_movie(options, [&](Controller& controller) {
     controller.call("save_to_text", {options.words, standard_output_or(output)});
   });
 }
 
 void write_excel(const MovieOptions& options, const std::string& output) {
-  refuse_to_overwrite_inputs(inputs_of(options), output);
+  check_output(options, output, OutputKind::workbook);
   with_movie(options, [&](Controller& controller) {
     write_workbook(controller, options.words, standard_output_or(output));
   });
@@ -228,10 +233,9 @@ void write_excel(const MovieOptions& options, const std::string& output) {
 
 void write_markers(const MovieOptions& options, const std::string& clip, const std::string& output,
                    const std::string& open_with) {
-  std::vector<std::string> inputs = inputs_of(options);
-  inputs.push_back(clip);
+  const std::vector<std::string> inputs = {clip, program_file(open_with)};
   if (!output.empty()) {
-    refuse_to_overwrite_inputs(inputs, output);
+    check_output(options, output, OutputKind::marker_clip, inputs);
     const ClipTarget target(standard_output_or(output));
     with_movie(options, [&](Controller& controller) {
       const MarkerExport done = export_markers(controller, clip, &target);
@@ -243,12 +247,12 @@ void write_markers(const MovieOptions& options, const std::string& clip, const s
   load_module(nullptr);
   with_movie(options, [&](Controller& controller) {
     const std::string written = temp_xml_file();
-    refuse_to_overwrite_inputs(inputs, written);
+    check_output(options, written, OutputKind::working_clip, inputs);
     const FolderLock lock(std::filesystem::path(written).parent_path());
     if (!open_with.empty()) set_open_command(open_with);
     const MarkerExport done = export_markers(controller, clip, nullptr);
     if (!open_with.empty() && !done.opened) throw not_opened(open_with, written);
-    print(written + '\n');
+    print(printable(written) + '\n');
     std::fputs(repair_line(clip, done.repaired).c_str(), stderr);
   });
 }

@@ -93,6 +93,10 @@ void add_words(CLI::App& command, host::MovieOptions& options) {
       ->default_str("none");
 }
 
+void add_keep(CLI::App& command, host::MovieOptions& options) {
+  command.add_flag("--keep", options.keep, "Replace no file: fail if an output is there already");
+}
+
 // What is left of a command line: the outputs, and what the marker clip is made of.
 struct OutputOptions {
   std::string output;
@@ -119,6 +123,7 @@ void add_markers(CLI::App& app, host::MovieOptions& options, OutputOptions& outp
           "The file to write; - is standard output. Without it:\nParlenda.xml in " WORKING_FOLDER)
       ->type_name("");
   add_words(*markers, options);
+  add_keep(*markers, options);
   add_movie_options(*markers, options);
   markers->add_option("--open-with", outputs.open_with, "The program to open the written clip with")
       ->type_name("COMMAND");
@@ -138,6 +143,7 @@ void add_exports(CLI::App& app, host::MovieOptions& options, OutputOptions& outp
   add_movie(*text, options);
   add_output(*text, outputs.output);
   add_words(*text, options);
+  add_keep(*text, options);
   add_movie_options(*text, options);
   text->footer(
       "Example:\n  murmurase text interview.mov interview.txt --words 12 --name 'Speaker 1=Anna'");
@@ -147,6 +153,7 @@ void add_exports(CLI::App& app, host::MovieOptions& options, OutputOptions& outp
   add_movie(*excel, options);
   add_output(*excel, outputs.output);
   add_words(*excel, options);
+  add_keep(*excel, options);
   add_movie_options(*excel, options);
   excel->footer(
       "A phrase's \"Time Out\" is the end of its first word.\n"
@@ -176,6 +183,7 @@ void add_batch(CLI::App& app, host::BatchOptions& batch, int& status) {
       ->type_name("N")
       ->check(CLI::Range(1, 1024).description(""));
   add_words(*command, batch.movie);
+  add_keep(*command, batch.movie);
   add_movie_options(*command, batch.movie);
   command->footer(
       "take01.names.json beside take01.mov is a names file for that movie alone, and\n"

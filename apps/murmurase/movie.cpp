@@ -1,81 +1,30 @@
 #include "movie.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <iterator>
-#include <set>
 #include <string_view>
-#include <system_error>
-#include <utility>
 
+#include "captured_errors.h"
 #include "core/printable.h"
-#include "platform/posix/held_signals.h"
+#include "outputs.h"
 
 namespace host {
 namespace {
 
 using murmurase::printable;
 
-// An open file that goes when it is closed; null for none.
-std::FILE* nameless_file() {
-  const murmurase::HeldSignals held;  // one that ends the process must not leave the name behind
-  std::string name = temporary_folder() / "murmurase-XXXXXX";
-  const int file = mkostemp(name.data(), O_CLOEXEC);
-  if (file < 0) return nullptr;
-  unlink(name.c_str());
-  return fdopen(file, "w+");
-}
-
-// Keeps what the XMP tool says on standard error, so that a failure stays one line.
-class CapturedErrors {
- public:
-  CapturedErrors() : file_(nameless_file()), saved_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
-    if (file_ != nullptr && saved_ >= 0) dup2(fileno(file_), STDERR_FILENO);
-  }
-  CapturedErrors(const CapturedErrors&) = delete;
-  CapturedErrors& operator=(const CapturedErrors&) = delete;
-  ~CapturedErrors() {
-    restore();
-    if (file_ != nullptr) std::fclose(file_);
-  }
-
-  // Gives standard error back, and what was written to it meanwhile.
-  std::string restore() {
-    if (saved_ < 0) return {};
-    dup2(saved_, STDERR_FILENO);
-    close(saved_);
-    saved_ = -1;
-    std::string text;
-    if (file_ == nullptr) return text;
-    std::rewind(file_);
-    std::array<char, 4096> part{};
-    while (const std::size_t count = std::fread(part.data(), 1, part.size(), file_)) {
-      text.append(part.data(), count);
-    }
-    return text;
-  }
-
- private:
-  std::FILE* file_;
-  int saved_;
-};
-
 // Why the tool failed, of what it said: the last line is the one that tells. Our own tool's lines
 // stand for themselves. A tool that was killed had no chance to say so.
 Failure tool_failure(std::string said, const std::string& movie) {
   while (!said.empty() && (said.back() == '\n' || said.back() == ' ')) said.pop_back();
   if (const std::size_t last = said.rfind('\n'); last != std::string::npos) said.erase(0, last + 1);
+  constexpr std::size_t most_shown = 1000;
+  if (said.size() > most_shown) said.replace(0, said.size() - most_shown, "...");
   constexpr std::string_view own_tool = "murmurase-xmp: ";
   if (const int status = tool_status(); WIFSIGNALED(status)) {
     said = fmt::format("the XMP tool was killed: {}", strsignal(WTERMSIG(status)));
@@ -119,12 +68,15 @@ std::string parse_movie(Controller& controller, const MovieOptions& options) {
   return printable_lines(said);
 }
 
+std::string tool_of(const MovieOptions& options) {
+  return options.xmp_tool.empty() ? (program_folder() / "murmurase-xmp").string()
+                                  : options.xmp_tool;
+}
+
 }  // namespace
 
 void read_movie(Controller& controller, const MovieOptions& options, std::string& said) {
-  const std::string tool =
-      options.xmp_tool.empty() ? (program_folder() / "murmurase-xmp").string() : options.xmp_tool;
-  controller.set("xmpcommand", tool);
+  controller.set("xmpcommand", tool_of(options));
   controller.set("mov_file_path", options.movie);
   said = parse_movie(controller, options);
   controller.call("build_speakers_array", {});
@@ -145,23 +97,7 @@ Failure movie_failure(const std::string& movie, const Failure& failure, std::str
 std::vector<std::string> inputs_of(const MovieOptions& options) {
   return {options.movie,          std::filesystem::path(options.movie).replace_extension(".xmp"),
           options.movie + ".xmp", options.names_file,
-          options.own_names_file, options.xmp_tool};
-}
-
-void refuse_to_overwrite(const std::vector<std::string>& inputs,
-                         const std::vector<std::string>& outputs) {
-  std::set<std::pair<dev_t, ino_t>> read;
-  struct stat status {};
-  for (const std::string& input : inputs) {
-    if (stat(input.c_str(), &status) == 0) read.emplace(status.st_dev, status.st_ino);
-  }
-  for (const std::string& output : outputs) {
-    if (stat(output.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
-    if (!read.contains({status.st_dev, status.st_ino})) continue;
-    throw Failure(fmt::format("{} is read, and would be overwritten; choose another output",
-                              printable(output)),
-                  true);
-  }
+          options.own_names_file, program_file(tool_of(options))};
 }
 
 }  // namespace host

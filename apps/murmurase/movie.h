@@ -17,6 +17,7 @@ struct MovieOptions {
   std::string names_file;      // empty: none
   Names names_of_file;         // what it holds
   std::string own_names_file;  // of this movie alone, and wins over the other; empty: none
+  bool keep = false;           // no output replaces a file
 };
 
 // Reads the movie into the controller: its transcription, its speakers, and the names that the user
@@ -27,11 +28,7 @@ void read_movie(Controller& controller, const MovieOptions& options, std::string
 // The failure with the movie named first, unless the reason names it, and with what the XMP tool had said.
 Failure movie_failure(const std::string& movie, const Failure& failure, std::string said = {});
 
-// The files that may be read for the movie, whether they are there or not.
+// The files that may be read or run for the movie, whether they are there or not.
 std::vector<std::string> inputs_of(const MovieOptions& options);
-
-// A failure when one of the outputs is a file that is read: it would be overwritten.
-void refuse_to_overwrite(const std::vector<std::string>& inputs,
-                         const std::vector<std::string>& outputs);
 
 }  // namespace host

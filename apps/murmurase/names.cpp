@@ -5,15 +5,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string_view>
-#include <system_error>
 #include <unordered_map>
 
 #include "core/printable.h"
 #include "core/utf8.h"
+#include "input_file.h"
 
 namespace host {
 namespace {
@@ -21,14 +18,16 @@ namespace {
 using murmurase::printable;
 
 std::string text_of_file(const std::string& path) {
-  std::error_code error;
-  std::ifstream file(path, std::ios::binary);
-  if (!file || std::filesystem::is_directory(path, error)) {
-    throw Failure(fmt::format("cannot read the names file {}: {}; check the path", printable(path),
-                              std::strerror(file ? EISDIR : errno)),
-                  true);
-  }
-  return {std::istreambuf_iterator<char>(file), {}};
+  constexpr std::size_t most_bytes = std::size_t{16} << 20;
+  std::string text;
+  const InputFile file(path);
+  const int error = file.is_open() ? file.read_all(text, most_bytes) : errno;
+  if (error == 0 && !text.empty()) return text;
+  throw Failure(fmt::format("cannot read the names file {}: {}; check the path", printable(path),
+                            error == 0       ? "it is empty"
+                            : error == EFBIG ? "it is larger than 16 MiB"
+                                             : std::strerror(error)),
+                true);
 }
 
 Failure unusable(const std::string& path, std::string_view why) {
@@ -40,7 +39,7 @@ Failure unusable(const std::string& path, std::string_view why) {
 }
 
 Names names_of_json(const std::string& text, const std::string& path) {
-  json entries;
+  nlohmann::json entries;  // its objects are searched faster than those of the ordered kind
   try {
     entries = json::parse(text);
   } catch (const json::exception& problem) {
@@ -48,7 +47,7 @@ Names names_of_json(const std::string& text, const std::string& path) {
     const std::string_view words = problem.what();
     throw unusable(path, printable(words.substr(words.find(']') + 2)));
   }
-  const auto usable = [](const json& entry) {
+  const auto usable = [](const auto& entry) {
     return entry.is_object() && entry.contains("Speaker") && entry["Speaker"].is_string() &&
            entry.contains("Name") && (entry["Name"].is_string() || entry["Name"].is_null());
   };
@@ -56,7 +55,7 @@ Names names_of_json(const std::string& text, const std::string& path) {
     throw unusable(path, R"(it is not a list of "Speaker"s and "Name"s)");
   }
   Names names;
-  for (const json& entry : entries) {
+  for (const auto& entry : entries) {
     if (entry["Name"].is_string()) names.push_back({entry["Speaker"], entry["Name"]});
   }
   return names;

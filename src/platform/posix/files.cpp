@@ -170,8 +170,11 @@ Error read_error(std::string_view what, int number) {
 
 ByteBuffer read_file(const std::string& path) {
   check_path(path);
-  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  // A pipe that nobody writes to is empty, and nothing waits for a writer.
+  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
   if (file.get() < 0) throw system_error("read", path, errno);
+  const int flags = fcntl(file.get(), F_GETFL);
+  if (flags >= 0) fcntl(file.get(), F_SETFL, flags & ~O_NONBLOCK);
   struct stat status {};
   ByteBuffer bytes;
   if (fstat(file.get(), &status) == 0 && status.st_size > 0) {
