@@ -51,10 +51,9 @@ struct Gathered {
 
 // Whether the property can be written with its own name, wherever it stands.
 bool has_plain_name(Property property) {
-  constexpr std::size_t longest_space = 1000;  // As it is written once for each property.
   const xmlNs* const space = property.node->ns;
   const auto is_name = [](const xmlChar* name) { return xmlValidateNCName(name, 0) == 0; };
-  return property.space().size() <= longest_space && is_name(property.node->name) &&
+  return property.space().size() <= rdf::longest_space && is_name(property.node->name) &&
          (space->prefix == nullptr || is_name(space->prefix));
 }
 

@@ -30,7 +30,7 @@ std::string repaired(std::string_view bytes) {
   return text;
 }
 
-// Whether the packet is in UTF-8, or declares nothing else: its repair would spoil another encoding.
+// Whether the packet is in UTF-8 as far as one can see: the repair would spoil another encoding.
 bool is_in_utf8(std::string_view bytes, const xmlDoc* document) {
   const bool is_wide = bytes.starts_with("\xFE\xFF") || bytes.starts_with("\xFF\xFE") ||
                        bytes.substr(0, 4).find('\0') != std::string_view::npos;

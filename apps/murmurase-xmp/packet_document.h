@@ -10,6 +10,6 @@ struct ParsedPacket {
   std::string problem;  // The first fault of its XML and the line of it; empty if it has none.
 };
 
-// Parses a packet as far as a lenient parser can, wrong bytes repaired. Throws Failure if there is no
-// rdf:RDF in it, and for a document type, which XMP has not.
+// Parses a packet as far as a lenient parser can, and repairs wrong bytes. Throws Failure if it holds no
+// rdf:RDF, or declares a document type, which XMP does not allow.
 ParsedPacket parse_packet(const Packet& packet);

@@ -90,7 +90,7 @@ bool is_speech(const std::string& types) {
   return (", " + types + ", ").find(", Speech, ") != std::string::npos;
 }
 
-// `text` with a blank for each line end, since a line of a transcript begins with no word of it.
+// `text` with a blank for each line end: a text transcript would show what follows one as a new line.
 std::string without_line_ends(std::string_view text, bool& had_line_ends) {
   constexpr std::array<std::string_view, 6> ends{"\r\n",     "\n",           "\r",
                                                  "\xC2\x85", "\xE2\x80\xA8", "\xE2\x80\xA9"};
