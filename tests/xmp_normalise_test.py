@@ -77,7 +77,6 @@ RATES = {  # the duration's scale, and further properties: the frame rate that t
     "the timecode first": ("1/90000", TIME_SCALE + fields(videoFrameRate="PAL")
                            + timecode("30Timecode", "01:00:00:00"), 30),
     "then the video": ("1/90000", TIME_SCALE + fields(videoFrameRate="PAL"), 25),
-    "then the time scale": ("1/90000", TIME_SCALE, 24),
     "samples are no frames": ("1/2500", fields(startTimeScale=48000, startTimeSampleSize=1), 25),
     **{f"alone {scale}": (scale, "", frames) for scale, frames in (
         ("1/2500", 25), ("1/2_500", 25), ("1/25", 25), ("1001/30000", NTSC), ("1/2997", 29.97), ("1/90000", 900))},
@@ -85,16 +84,11 @@ RATES = {  # the duration's scale, and further properties: the frame rate that t
 TIMECODES = {  # properties: the format, first frame and frame rate
     "alternative": (timecode("25Timecode", "01:00:00:00")
                     + timecode("24Timecode", "10:00:00:00", "altTimecode"), "NDF", 864000, 24),
-    "alternative first": (timecode("24Timecode", "10:00:00:00", "altTimecode")
-                          + timecode("25Timecode", "01:00:00:00"), "NDF", 864000, 24),
     "alternative without value": (timecode("25Timecode", "01:00:00:00")
                                   + timecode("24Timecode", "", "altTimecode"), "NDF", 90000, 25),
-    "semicolons": (timecode("2997DropTimecode", "01;00;00;00"), "DF", 107892, NTSC),
     "semicolons, non-drop": (timecode("2997NonDropTimecode", "01;00;00;00"), "NDF", 108000, NTSC),
     "colons, drop": (timecode("2997DropTimecode", "01:00:00:00"), "DF", 107892, NTSC),
     "points": (timecode("2997DropTimecode", "01.00.00.00"), "DF", 107892, NTSC),
-    "attributes": ('<xmpDM:startTimecode xmpDM:timeFormat="25Timecode" '
-                   'xmpDM:timeValue="01:00:00:00"/>', "NDF", 90000, 25),
     "none": ("", "NDF", 0, 25),
 }
 FORM = '<xmpDM:Tracks><rdf:Bag><rdf:li><rdf:Description xmpDM:frameRate="f1000" ' \
