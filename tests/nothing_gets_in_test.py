@@ -93,7 +93,7 @@ class NothingGetsIn(Case):
                     self.assertEqual(self.files() - {b"work/out"}, before)
 
     def test_texts_of_strangers_are_plain_on_a_terminal(self):
-        movie = self.make(b"m.xmp", PACKET.replace(b"Speaker 2", b"\xc2\x9b2J\xe2\x80\xa8")
+        movie = self.make(b"m.xmp", PACKET.replace(b"Speaker 2", b"\xc2\x9b2J\xe2\x80\xae")
                           .replace(b"welcome", b"&#9;&#10;\xc2\x9d0;"))
         noisy = self.tool("printf 'a\\033[2J\\nb\\n' >&2\nexec cat \"$2\"\n")
         for command in (["speakers"], ["speakers", "--details"], ["phrases"], ["phrases", "--xmp-tool", noisy]):

@@ -12,7 +12,7 @@ SAMPLE, CLIP = SOURCE / "assets/sample.mov", SOURCE / "assets/sample-clip.xml"
 INTERVIEW = SOURCE / "tests/data/interview.xmp"
 PACKET = INTERVIEW.read_bytes()
 PLAIN_TOOL = SOURCE / "tests/data/print_packet"
-PLAIN = r"[^\x00-\x1f\x7f-\x9f\u2028\u2029]"  # the characters of a line that any terminal may show
+PLAIN = r"[^\x00-\x1f\x7f-\x9f\u061c\u200e\u200f\u2028-\u202e\u2066-\u2069]"  # fit for a terminal
 
 
 def run(*command, **options):

@@ -21,8 +21,9 @@ template <typename... Arguments>
   throw Failure(fmt::format(format, std::forward<Arguments>(arguments)...));
 }
 
-// `text` fit to be shown within one line of UTF-8: control characters, line separators,
-// backslashes and bytes that are not UTF-8 are written as \n, \t, \r, \\ or \xNN, byte by byte.
+// `text` fit to be shown within one line of UTF-8: control characters, line separators, controls of
+// the writing direction, backslashes and bytes that are not UTF-8 are written as \n, \t, \r, \\ or
+// \xNN, byte by byte.
 std::string escaped(std::string_view text);
 
 // `escaped(text)` in double quotes, for the names of files.

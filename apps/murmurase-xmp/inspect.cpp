@@ -140,12 +140,14 @@ std::vector<std::string> warnings_of(const Movie& movie) {
   Doubt order{"start before the word before them"};
   Doubt overlap{"start before the word before them ends"};
   Doubt negative{"have a negative time"};
+  Doubt line_ends{"have line ends in their name or their speaker, which become blanks"};
   const Word* before = nullptr;
   double end = 0;
   for (const Word& word : movie.words) {
     const double start = seconds(word.start);
     const double length = word.duration ? seconds(*word.duration) : 0;
     negative.note_if(start < 0 || length < 0, word);
+    line_ends.note_if(word.had_line_ends, word);
     if (before != nullptr) {
       const bool early = start < seconds(before->start);
       order.note_if(early, word);
@@ -154,7 +156,7 @@ std::vector<std::string> warnings_of(const Movie& movie) {
     before = &word;
     end = start + length;
   }
-  for (const Doubt& doubt : {order, overlap, negative}) {
+  for (const Doubt& doubt : {order, overlap, negative, line_ends}) {
     if (doubt.count > 0) {
       warnings.push_back(fmt::format("words that {}: {}, the first is {} at {:.3f} s", doubt.what,
                                      doubt.count, in_quotes(doubt.first->name),
@@ -180,7 +182,8 @@ std::string as_lines(const json& found) {
     line("rate       unknown: times are clock times");
   } else {
     line("rate       {} frames per second, written as the scale {}",
-         rate["frames_per_second"].dump(), rate["duration_scale"].dump());
+         rate["frames_per_second"].dump(),
+         in_quotes(rate["duration_scale"].get_ref<const std::string&>()));
   }
   for (const json& each : rate["evidence"])
     line("  {} {}: {}{}", each["used"].get<bool>() ? "*" : " ", shown(each["property"]),

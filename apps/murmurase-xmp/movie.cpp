@@ -7,73 +7,15 @@
 #include <string_view>
 #include <utility>
 
-#include "core/utf8.h"
 #include "failure.h"
+#include "packet_document.h"
 #include "rate.h"
 #include "rdf.h"
 #include "track.h"
-#include "xml/recovery.h"
 
 namespace {
 
 using rdf::Property;
-
-// Bytes that are no UTF-8 as the characters of ISO 8859-1 that their writer meant.
-std::string as_utf8(std::string_view bytes) {
-  std::string text;
-  text.reserve(bytes.size() + bytes.size() / 8);
-  while (!bytes.empty()) {
-    const std::size_t length = murmurase::utf8_character(bytes);
-    if (length > 0) {
-      text += bytes.substr(0, length);
-    } else {
-      const auto byte = static_cast<unsigned char>(bytes.front());
-      text += static_cast<char>(0xC0 | byte >> 6);
-      text += static_cast<char>(0x80 | (byte & 0x3F));
-    }
-    bytes.remove_prefix(length > 0 ? length : 1);
-  }
-  return text;
-}
-
-murmurase::xml::Recovery parse(const Packet& packet, Movie& movie) {
-  using murmurase::xml::Blanks;
-  using murmurase::xml::packet_limit;
-  murmurase::xml::Recovery parsed =
-      murmurase::xml::recover(packet.bytes, packet_limit, Blanks::drop);
-  std::string first_problem = parsed.first_problem;
-  if (const std::vector<int>& lines = parsed.problem_lines; !lines.empty() && lines.front() > 0)
-    first_problem += fmt::format(" (line {})", lines.front());
-  const xmlChar* const encoding = parsed.document ? parsed.document->encoding : nullptr;
-  const bool in_utf8 = encoding == nullptr ||
-                       xmlStrcasecmp(encoding, reinterpret_cast<const xmlChar*>("UTF-8")) == 0;
-  if (!parsed.well_formed && in_utf8 && packet.bytes.find('\0') == std::string::npos) {
-    // The parser would take all that follows a wrong byte for ISO 8859-1.
-    const std::string text = as_utf8(packet.bytes);
-    if (text != packet.bytes) parsed = murmurase::xml::recover(text, packet_limit, Blanks::drop);
-  }
-  const std::string file = in_quotes(packet.file.native());
-  const xmlDoc* const document = parsed.document.get();
-  if (parsed.limit != nullptr)
-    fail("cannot read the XMP packet of {}: {}; have it written again", file, parsed.limit);
-  if (document != nullptr && document->intSubset != nullptr) {
-    fail(
-        "cannot read the XMP packet of {}: it declares a document type, which XMP has not; have it "
-        "written again",
-        file);
-  }
-  if (document == nullptr || rdf::find_rdf(document) == nullptr) {
-    if (!first_problem.empty())
-      fail("cannot read the XMP packet of {}: it is not well-formed XML: {}; have it written again",
-           file, first_problem);
-    fail("no XMP properties in the packet of {}; have it written again", file);
-  }
-  movie.damaged = !first_problem.empty();
-  if (movie.damaged)
-    movie.warnings.push_back(fmt::format(
-        "the packet is damaged and was read as far as it can be: {}", escaped(first_problem)));
-  return parsed;
-}
 
 // Calls `each` with the name of every field of the schema and the field.
 template <typename Each>
@@ -93,6 +35,8 @@ Timecode read_timecode(Property property) {
   return timecode;
 }
 
+constexpr std::string_view media_management = "http://ns.adobe.com/xap/1.0/mm/";
+
 // What is gathered on the way, in whatever order the document has it.
 struct Gathered {
   Timecode start_timecode;
@@ -101,20 +45,38 @@ struct Gathered {
   std::string time_scale;
   std::string sample_size;
   std::vector<Property> track_lists;
+  std::vector<Property> other_clips;
   bool has_duration = false;
 };
 
+// Whether the property can be written with its own name, wherever it stands.
+bool has_plain_name(Property property) {
+  const xmlNs* const space = property.node->ns;
+  const auto is_name = [](const xmlChar* name) { return xmlValidateNCName(name, 0) == 0; };
+  return property.space().size() <= rdf::longest_space && is_name(property.node->name) &&
+         (space->prefix == nullptr || is_name(space->prefix));
+}
+
+// libxml2 leaves the ampersands in a namespace as references.
+std::string namespace_of(Property property) {
+  constexpr std::string_view reference = "&#38;";
+  std::string space(property.space());
+  for (std::size_t at = space.find(reference); at != std::string::npos;
+       at = space.find(reference, at + 1))
+    space.erase(at + 1, reference.size() - 1);
+  return space;
+}
+
 void keep(Property property, Movie& movie) {
   // The readers would take these for parts of the transcription, wherever they stand.
-  constexpr std::array<std::string_view, 9> taken{"name",      "speaker",   "timeValue",
-                                                  "trackType", "scale",     "duration",
-                                                  "startTime", "frameRate", "markers"};
+  constexpr std::array<std::string_view, 11> taken{
+      "name",      "speaker",   "timeValue", "trackType",     "scale",      "duration",
+      "startTime", "frameRate", "markers",   "startTimecode", "altTimecode"};
   const bool media = property.space() == dynamic_media;
-  if (!rdf::is_simple(property)) return;
   if (media && std::ranges::find(taken, property.name()) != taken.end()) return;
-  const xmlNs* const space = property.node->ns;
-  const auto* const prefix = reinterpret_cast<const char*>(space->prefix);
-  movie.others.push_back({prefix == nullptr ? "ns" : prefix, std::string(property.space()),
+  if (!has_plain_name(property)) return;
+  const auto* const prefix = reinterpret_cast<const char*>(property.node->ns->prefix);
+  movie.others.push_back({prefix == nullptr ? "ns" : prefix, namespace_of(property),
                           std::string(property.name()), rdf::text(property)});
 }
 
@@ -143,28 +105,37 @@ void gather(Property property, Movie& movie, Gathered& gathered) {
     take_first(gathered.sample_size);
   } else if (name == "Tracks") {
     gathered.track_lists.push_back(property);
-  } else {
+  } else if (property.space() == media_management &&
+             (property.name() == "Pantry" || property.name() == "Ingredients")) {
+    gathered.other_clips.push_back(property);
+  } else if (rdf::is_simple(property)) {
     keep(property, movie);
   }
 }
 
-bool is_label(std::string_view value) {
-  int fields = 0;
-  std::string_view rest = trimmed(value);
-  while (true) {
-    const std::size_t digits = std::min(rest.find_first_not_of("0123456789"), rest.size());
-    if (digits == 0) return false;
-    ++fields;
-    if (digits == rest.size()) return fields == 4;
-    if (std::string_view(":;.,").find(rest[digits]) == std::string_view::npos) return false;
-    rest.remove_prefix(digits + 1);
-  }
+// Why the timecode cannot be the label of a frame; empty if it can.
+std::string why_no_label(const Timecode& timecode) {
+  if (!trimmed(timecode.format).empty() && !read_time_format(timecode.format))
+    return fmt::format("its time format {} does not count frames", in_quotes(timecode.format));
+  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+  constexpr int most_digits = 9;
+  const std::string& value = timecode.value;
+  const bool too_large = std::search_n(value.begin(), value.end(), most_digits + 1, '0',
+                                       [&](char c, char) { return is_digit(c); }) != value.end();
+  return too_large ? "it holds a number of more than 9 digits" : "";
 }
 
 void read_timecodes(const Gathered& gathered, Movie& movie,
                     const std::function<std::optional<Timecode>()>& timecode_track) {
-  for (const Timecode& each : {gathered.alternative_timecode, gathered.start_timecode})
-    if (!each.value.empty()) movie.timecodes.push_back(each);
+  for (const Timecode& each : {gathered.alternative_timecode, gathered.start_timecode}) {
+    if (each.value.empty()) continue;
+    const std::string why = why_no_label(each);
+    if (why.empty())
+      movie.timecodes.push_back(each);
+    else
+      movie.warnings.push_back(
+          fmt::format("the {} {} is left out: {}", each.property, in_quotes(each.value), why));
+  }
   if (movie.timecodes.empty())
     if (std::optional<Timecode> found = timecode_track()) movie.timecodes.push_back(*found);
   // A timecode that was set without a format counts as the movie's own does.
@@ -172,12 +143,10 @@ void read_timecodes(const Gathered& gathered, Movie& movie,
     movie.timecodes[0].format = movie.timecodes[1].format;
   for (const Timecode& each : movie.timecodes) {
     if (!is_label(each.value))
-      movie.warnings.push_back(fmt::format("the {} {} is no timecode of four fields; left as it is",
-                                           each.property, in_quotes(each.value)));
-    const std::optional<TimeFormat> format = read_time_format(each.format);
-    if (!each.format.empty())
-      movie.evidence.push_back({each.property + "/timeFormat", each.format,
-                                format ? std::optional(format->rate) : std::nullopt});
+      movie.warnings.push_back(fmt::format(
+          "the timecode {} does not have four fields; it is left as it is", in_quotes(each.value)));
+    if (const std::optional<TimeFormat> format = read_time_format(each.format))
+      movie.evidence.push_back({each.property + "/timeFormat", each.format, format->rate});
   }
 }
 
@@ -222,19 +191,31 @@ void read_rates(const Gathered& gathered, Movie& movie) {
 Movie read_movie(const Packet& packet,
                  const std::function<std::optional<Timecode>()>& timecode_track) {
   Movie movie;
-  const murmurase::xml::Recovery parsed = parse(packet, movie);
+  const ParsedPacket parsed = parse_packet(packet);
+  movie.damaged = !parsed.problem.empty();
+  if (movie.damaged)
+    movie.warnings.push_back(fmt::format(
+        "the packet is damaged and was read as far as it can be: {}", escaped(parsed.problem)));
   Gathered gathered;
   bool any = false;
   rdf::for_each_property(rdf::find_rdf(parsed.document.get()), [&](Property property) {
     any = true;
     gather(property, movie, gathered);
   });
-  if (!any)
-    fail("no XMP properties in the packet of {}; have it written again",
+  if (!any && movie.damaged)
+    fail("no XMP properties are left in the damaged packet of {}; have it written again",
          in_quotes(packet.file.native()));
   read_timecodes(gathered, movie, timecode_track);
   read_rates(gathered, movie);
   for (const Property tracks : gathered.track_lists) read_tracks(tracks, packet.file, movie);
+  const auto elsewhere = std::ranges::find_if(gathered.other_clips, holds_speech);
+  if (movie.words.empty() && elsewhere != gathered.other_clips.end()) {
+    movie.warnings.push_back(
+        fmt::format("the only Speech track stands in xmpMM:{}, the metadata of another clip that "
+                    "this movie was "
+                    "made from; read that clip, or have this movie transcribed",
+                    elsewhere->name()));
+  }
   return movie;
 }
 

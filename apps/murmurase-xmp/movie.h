@@ -38,15 +38,17 @@ struct Word {
   Count start;
   std::optional<Count> duration;  // Nothing for "maximum": until the end of the movie.
   std::string speaker;
-  std::string probability;  // As it is written; empty if it is not given.
+  std::string probability;     // As it is written; empty if it is not given.
+  bool had_line_ends = false;  // In its name or its speaker, where blanks stand for them now.
 };
 
 struct Track {
   std::string name;
-  std::string type;
+  std::string type;       // Of several, a list with ", " between them.
   std::string time_base;  // As it is written; empty if it is not given: 1 unit per second.
   std::size_t markers = 0;
   std::size_t words = 0;
+  bool is_speech = false;
 };
 
 // A property that is passed on as it is.
@@ -68,6 +70,7 @@ struct Movie {
   bool has_attributes = false;  // Which forms its properties are written in.
   bool has_elements = false;
   bool damaged = false;
+  std::size_t repeated = 0;  // Bytes of the speakers that words have from the word before them.
   std::vector<std::string> warnings;  // What was recovered or had to be assumed.
 };
 

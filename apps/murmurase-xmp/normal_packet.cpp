@@ -30,6 +30,8 @@ constexpr std::string_view tail =
 // Also fit for an attribute, and kept on one line.
 void append_escaped(std::string& out, std::string_view text) {
   constexpr std::string_view special = "&<>\"\r\n\t";
+  constexpr std::size_t most_text = 10'000'000;  // Bytes that XML parsers take in one piece.
+  if (text.size() > most_text) fail("a text in the packet is longer than 10 MB; shorten it there");
   while (true) {
     const std::size_t at = std::min(text.find_first_of(special), text.size());
     out += text.substr(0, at);
@@ -84,9 +86,8 @@ Decimal counted(const Count& count, std::int64_t base, const Word& word) {
   return *units;
 }
 
-// The time from the start of `word` to the end of the movie; 0 if that is not known.
-Decimal until_end(const Movie& movie, Decimal start, std::int64_t base) {
-  const std::optional<Rational> end = duration_of(movie);
+// The time from `start` to the end of the movie, in seconds; 0 if that is not known.
+Decimal until_end(std::optional<Rational> end, Decimal start, std::int64_t base) {
   const auto units = end ? multiply(*end, {base, 1}) : std::nullopt;
   const auto begin = to_rational(start);
   if (!units || !begin) return {};
@@ -104,12 +105,13 @@ void append_words(std::string& out, Movie& movie) {
                  "    <xmpDM:frameRate>f{}</xmpDM:frameRate>\n"
                  "    <xmpDM:markers><rdf:Seq>\n",
                  base);
+  const std::optional<Rational> end = duration_of(movie);
   std::size_t without_end = 0;
   for (const Word& word : movie.words) {
     const Decimal start = counted(word.start, base, word);
     const Decimal duration =
-        word.duration ? counted(*word.duration, base, word) : until_end(movie, start, base);
-    if (!word.duration && !duration_of(movie)) ++without_end;
+        word.duration ? counted(*word.duration, base, word) : until_end(end, start, base);
+    if (!word.duration && !end) ++without_end;
     out += "     <rdf:li rdf:parseType=\"Resource\">";
     append_field(out, "startTime", to_text(start));
     append_field(out, "duration", to_text(duration));
@@ -181,7 +183,7 @@ std::string print_normal_packet(Movie& movie) {
   for (const OtherProperty& other : movie.others) append_other(out, other);
   const bool has_speech =
       std::any_of(movie.tracks.begin(), movie.tracks.end(),
-                  [](const Track& track) { return track.words > 0 || track.type == "Speech"; });
+                  [](const Track& track) { return track.words > 0 || track.is_speech; });
   if (has_speech) append_words(out, movie);
   out += tail;
   return out;

@@ -138,13 +138,6 @@ std::vector<fs::path> sidecar_names(const fs::path& movie) {
 
 }  // namespace
 
-bool is_xmp_file(const fs::path& path) {
-  std::string extension = path.extension().native();
-  for (char& letter : extension)
-    if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
-  return extension == ".xmp";
-}
-
 Packet find_packet(const fs::path& movie) {
   if (is_xmp_file(movie)) return read_sidecar(movie);
 

@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "core/numbers.h"
+
 // An XMP packet, byte for byte as it was found.
 struct Packet {
   std::filesystem::path file;  // Where it was found: the movie itself, or a sidecar.
@@ -17,7 +19,9 @@ struct Packet {
 Packet find_packet(const std::filesystem::path& movie);
 
 // Whether the name of `path` ends in .xmp, in whatever case.
-bool is_xmp_file(const std::filesystem::path& path);
+inline bool is_xmp_file(const std::filesystem::path& path) {
+  return murmurase::ascii_upper(path.extension().native()) == ".XMP";
+}
 
 // The timecode and its format that libexempi makes out of the timecode track of `movie`; nothing if
 // there is none.

@@ -6,44 +6,39 @@
 #include <array>
 #include <cmath>
 
+#include "core/duration_scale.h"
+#include "core/numbers.h"
+
 namespace {
 
-struct NamedFormat {
-  std::string_view name;
-  TimeFormat format;
+// The rates that time formats give in hundredths or thousandths.
+struct NtscFormat {
+  std::string_view digits;
+  Rational rate;
 };
+constexpr std::array ntsc_formats{NtscFormat{"23976", {24000, 1001}},
+                                  NtscFormat{"2997", {30000, 1001}},
+                                  NtscFormat{"5994", {60000, 1001}}};
 
-constexpr std::array formats{
-    NamedFormat{"24Timecode", {{24, 1}, false}},
-    NamedFormat{"25Timecode", {{25, 1}, false}},
-    NamedFormat{"2997DropTimecode", {{30000, 1001}, true}},
-    NamedFormat{"2997NonDropTimecode", {{30000, 1001}, false}},
-    NamedFormat{"30Timecode", {{30, 1}, false}},
-    NamedFormat{"50Timecode", {{50, 1}, false}},
-    NamedFormat{"5994DropTimecode", {{60000, 1001}, true}},
-    NamedFormat{"5994NonDropTimecode", {{60000, 1001}, false}},
-    NamedFormat{"60Timecode", {{60, 1}, false}},
-    NamedFormat{"23976Timecode", {{24000, 1001}, false}},
-};
+bool is_separator(char c) { return c == ':' || c == ';' || c == '.' || c == ','; }
 
-// What the readers compute, in their own order of arithmetic.
-double read_scale(double numerator, double denominator) {
-  const double rate = denominator / numerator / 100.0;
-  return rate < 1 ? rate * 100.0 : rate;
-}
-
-double read_scale(Rational scale) {
-  return read_scale(static_cast<double>(scale.numerator), static_cast<double>(scale.denominator));
+bool take_end(std::string_view& text, std::string_view end) {
+  if (!text.ends_with(end)) return false;
+  text.remove_suffix(end.size());
+  return true;
 }
 
 }  // namespace
 
 std::optional<TimeFormat> read_time_format(std::string_view format) {
-  const auto* const found =
-      std::find_if(formats.begin(), formats.end(),
-                   [name = trimmed(format)](const NamedFormat& each) { return each.name == name; });
-  if (found == formats.end()) return std::nullopt;
-  return found->format;
+  format = trimmed(format);
+  if (!take_end(format, "Timecode")) return std::nullopt;
+  const bool drop_frame = !take_end(format, "NonDrop") && take_end(format, "Drop");
+  for (const NtscFormat& each : ntsc_formats)
+    if (each.digits == format) return TimeFormat{each.rate, drop_frame};
+  const auto rate = read_fraction(format);
+  if (!rate || rate->denominator != 1 || !true_rate(*rate)) return std::nullopt;
+  return TimeFormat{*rate, drop_frame};
 }
 
 std::optional<Rational> true_rate(Rational rate) {
@@ -61,11 +56,15 @@ std::optional<Rational> true_rate(Rational rate) {
 }
 
 std::optional<Rational> read_video_rate(std::string_view text) {
-  text = trimmed(text);
-  if (text == "NTSC") return Rational{30000, 1001};
-  if (text == "PAL" || text == "SECAM") return Rational{25, 1};
-  if (text.ends_with("fps")) text.remove_suffix(3);
-  const auto rate = read_fraction(text);
+  const std::string capitals = murmurase::ascii_upper(trimmed(text));
+  if (capitals == "NTSC") return Rational{30000, 1001};
+  if (capitals == "PAL" || capitals == "SECAM") return Rational{25, 1};
+  std::string_view number = capitals;
+  const bool interlaced = take_end(number, "I");
+  if (!interlaced && !take_end(number, "FPS") && !take_end(number, "PSF")) take_end(number, "P");
+  auto rate = read_fraction(number);
+  // Two fields make a frame; but some writers count the frames of interlaced video, too.
+  if (interlaced && rate && to_double(*rate) > 30) rate = divide(*rate, {2, 1});
   return rate ? true_rate(*rate) : std::nullopt;
 }
 
@@ -75,8 +74,15 @@ const RateEvidence* used_evidence(const Movie& movie) {
   return found == movie.evidence.end() ? nullptr : &*found;
 }
 
+std::optional<double> rate_of_scale(std::string_view scale) {
+  const double rate = murmurase::rate_of_scale(scale);
+  return rate > 0 && std::isfinite(rate) ? std::optional(rate) : std::nullopt;
+}
+
 bool frames_can_be_counted(const Movie& movie) {
-  return used_evidence(movie) != nullptr || rate_of_scale(movie.duration_scale) >= 0.5;
+  if (used_evidence(movie) != nullptr) return true;
+  const std::optional<double> rate = rate_of_scale(movie.duration_scale);
+  return rate && *rate >= 0.5 && *rate <= 1e6;
 }
 
 std::string normal_scale(const Movie& movie) {
@@ -88,36 +94,30 @@ std::string normal_scale(const Movie& movie) {
   if (rate_of_scale(movie.duration_scale) == wanted) return movie.duration_scale;
   // The duration of a frame; from 100 frames per second on the readers take it for that of a
   // hundredth of one. So it is written where the rate's last bit would be lost otherwise.
-  const Rational frame{rate.denominator, rate.numerator};
-  const bool exact = read_scale(frame) == wanted || rate.denominator != 1;
-  return wanted < 100 && exact ? fmt::format("{}/{}", frame.numerator, frame.denominator)
-                               : fmt::format("{}/{}", frame.numerator, frame.denominator * 100);
+  const std::string frame = fmt::format("{}/{}", rate.denominator, rate.numerator);
+  const bool exact = rate_of_scale(frame) == wanted || rate.denominator != 1;
+  return wanted < 100 && exact ? frame
+                               : fmt::format("{}/{}", rate.denominator, rate.numerator * 100);
 }
 
-std::optional<double> rate_of_scale(std::string_view scale) {
-  const std::size_t slash = scale.find('/');
-  std::string_view first = trimmed(scale.substr(0, slash));
-  const auto numerator = take_decimal(first);
-  if (slash == std::string_view::npos || !numerator) return std::nullopt;
-  std::string_view second = trimmed(scale.substr(slash + 1));
-  const auto denominator = take_decimal(second);
-  if (!denominator || numerator->digits <= 0 || denominator->digits <= 0) return std::nullopt;
-  const auto value = [](Decimal number) {
-    return static_cast<double>(number.digits) / std::pow(10.0, number.decimals);
-  };
-  return read_scale(value(*numerator), value(*denominator));
+bool is_label(std::string_view value) {
+  int fields = 0;
+  std::string_view rest = trimmed(value);
+  while (true) {
+    const std::size_t digits = std::min(rest.find_first_not_of("0123456789"), rest.size());
+    if (digits == 0) return false;
+    ++fields;
+    if (digits == rest.size()) return fields == 4;
+    if (!is_separator(rest[digits])) return false;
+    rest.remove_prefix(digits + 1);
+  }
 }
 
 std::string normal_timecode(const Timecode& timecode) {
   const std::optional<TimeFormat> format = read_time_format(timecode.format);
-  if (!format) return timecode.value;
+  if (!format || !is_label(timecode.value)) return timecode.value;
   std::string value = timecode.value;
-  std::size_t last = std::string::npos;
-  for (std::size_t i = value.find_first_of(":;.,"); i != std::string::npos;
-       i = value.find_first_of(":;.,", i + 1)) {
-    value[i] = ':';
-    last = i;
-  }
-  if (format->drop_frame && last != std::string::npos) value[last] = ';';
+  std::ranges::replace_if(value, is_separator, ':');
+  if (format->drop_frame) value[value.rfind(':')] = ';';
   return value;
 }

@@ -13,10 +13,11 @@ struct TimeFormat {
   bool drop_frame = false;
 };
 
-// Nothing for a format that does not count frames of a known rate.
+// Nothing for a format that does not count frames, such as one of samples or of feet of film.
 std::optional<TimeFormat> read_time_format(std::string_view format);
 
-// Frames per second of an xmpDM:videoFrameRate: "24", "NTSC", "PAL", "29.97 fps", "30000/1001".
+// Frames per second of an xmpDM:videoFrameRate: "24", "NTSC", "PAL", "29.97 fps", "30000/1001",
+// "23.98p"; "50i" counts fields, of which two make a frame.
 std::optional<Rational> read_video_rate(std::string_view text);
 
 // `rate` as it is meant: 29.97, 23.976 and their like stand for 30000/1001, 24000/1001 and so on.
@@ -30,12 +31,15 @@ const RateEvidence* used_evidence(const Movie& movie);
 // if they do, or if nothing else tells the rate. Empty if frames cannot be counted.
 std::string normal_scale(const Movie& movie);
 
-// Whether anything tells a rate of at least half a frame per second, which timecodes count as one.
+// Whether anything tells a rate of at least half a frame per second, which timecodes count as one, and
+// of a million at the most.
 bool frames_can_be_counted(const Movie& movie);
 
-// The frames per second that the readers compute from `scale`: the denominator divided by the
-// numerator and by 100, times 100 when that is below 1.
+// The frames per second that the readers compute from `scale`; nothing if that is no positive number.
 std::optional<double> rate_of_scale(std::string_view scale);
 
-// The timecode's value with the separators that its format asks for.
+// Whether the value is four numbers with single separators between them, which may be any of ":;.,".
+bool is_label(std::string_view value);
+
+// The timecode's value with the separators that its format asks for, if it is a label.
 std::string normal_timecode(const Timecode& timecode);

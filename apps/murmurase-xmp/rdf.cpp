@@ -95,7 +95,10 @@ void for_each_field_of(const xmlNode* element, const std::function<void(Property
 }  // namespace
 
 std::string_view Property::name() const { return characters(node->name); }
-std::string_view Property::space() const { return space_of(node); }
+std::string_view Property::space() const {
+  const char* const space = space_of(node);
+  return {space, strnlen(space, longest_space + 1)};
+}
 
 const xmlNode* find_rdf(const xmlDoc* document) {
   const xmlNode* node = xmlDocGetRootElement(document);

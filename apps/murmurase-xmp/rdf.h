@@ -2,6 +2,7 @@
 
 #include <libxml/tree.h>
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -11,14 +12,19 @@
 // inner rdf:Description or as attributes alone, arrays, and values with qualifiers.
 namespace rdf {
 
+// The longest namespace that is told in full, in bytes.
+inline constexpr std::size_t longest_space = 1000;
+
 // A property: the element or the attribute that holds it.
 struct Property {
   const xmlNode* node = nullptr;
 
   explicit operator bool() const { return node != nullptr; }
   bool is_attribute() const { return node->type == XML_ATTRIBUTE_NODE; }
-  std::string_view name() const;   // Its local name.
-  std::string_view space() const;  // The namespace of its name.
+  std::string_view name() const;  // Its local name.
+  // The namespace of its name, of which the first 1,001 bytes stand for all: it may be long, and is
+  // looked at for each property in it.
+  std::string_view space() const;
 };
 
 // The first rdf:RDF element of the document; null if there is none.

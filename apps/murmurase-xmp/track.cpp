@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <optional>
 #include <string>
 
@@ -10,6 +12,10 @@
 namespace {
 
 using rdf::Property;
+
+// Bytes of speakers that stand once and are written with each word that follows: more than any
+// transcript has, and what a long name would grow to without measure.
+constexpr std::size_t most_repeated = std::size_t{64} << 20;
 
 // The rate at the start of `text`, "f30000s1001" or "f1000"; the f may be missing.
 std::optional<Rational> take_time_base(std::string_view& text) {
@@ -41,23 +47,64 @@ std::optional<Count> read_count(std::string_view text, Rational base) {
   return Count{*units, base};
 }
 
-// A type may be a text or an array of texts.
-std::string type_text(Property property) {
-  std::string types;
-  rdf::for_each_item(property, [&](Property item) {
-    if (!types.empty()) types += ", ";
-    types += trimmed(rdf::text(item));
+// An xmpDM:Time: a value, and how many seconds one of it is, "1/25".
+struct Time {
+  std::string value;
+  std::string scale;
+};
+
+Time time_of(Property property) {
+  Time time;
+  rdf::for_each_field(property, [&](Property field) {
+    if (field.space() != dynamic_media) return;
+    if (field.name() == "value") time.value = rdf::text(field);
+    if (field.name() == "scale") time.scale = rdf::text(field);
   });
-  return types.empty() ? std::string(trimmed(rdf::text(property))) : types;
+  return time;
 }
 
-bool is_speech(std::string_view types) {
-  while (true) {
-    const std::size_t comma = types.find(", ");
-    if (types.substr(0, comma) == "Speech") return true;
-    if (comma == std::string_view::npos) return false;
-    types.remove_prefix(comma + 2);
+std::optional<Count> read_time(const Time& time) {
+  std::string_view value = trimmed(time.value);
+  const auto units = take_decimal(value);
+  const auto unit = read_fraction(time.scale);
+  if (!units || !value.empty() || !unit || unit->numerator <= 0) return std::nullopt;
+  return Count{*units, *divide({1, 1}, *unit)};
+}
+
+// The types with ", " between them, however they are listed: a text with commas, or an array.
+std::string type_text(Property property) {
+  std::string listed;
+  rdf::for_each_item(property, [&](Property item) { listed += rdf::text(item) + ','; });
+  if (listed.empty()) listed = rdf::text(property);
+  std::string types;
+  for (std::string_view rest = listed;;) {
+    const std::size_t comma = rest.find(',');
+    const std::string_view type = trimmed(rest.substr(0, comma));
+    if (!type.empty()) types.append(types.empty() ? "" : ", ").append(type);
+    if (comma == std::string_view::npos) return types;
+    rest.remove_prefix(comma + 1);
   }
+}
+
+bool is_speech(const std::string& types) {
+  return (", " + types + ", ").find(", Speech, ") != std::string::npos;
+}
+
+// `text` with a blank for each line end: a text transcript would show what follows one as a new line.
+std::string without_line_ends(std::string_view text, bool& had_line_ends) {
+  constexpr std::array<std::string_view, 6> ends{"\r\n",     "\n",           "\r",
+                                                 "\xC2\x85", "\xE2\x80\xA8", "\xE2\x80\xA9"};
+  std::string line;
+  line.reserve(text.size());
+  while (!text.empty()) {
+    const auto* const end =
+        std::ranges::find_if(ends, [&](std::string_view each) { return text.starts_with(each); });
+    const bool ends_line = end != ends.end();
+    had_line_ends |= ends_line;
+    line += ends_line ? ' ' : text.front();
+    text.remove_prefix(ends_line ? end->size() : 1);
+  }
+  return line;
 }
 
 struct Marker {
@@ -98,6 +145,7 @@ class TrackReader {
     });
     if (time_base) track_.time_base = trimmed(rdf::text(time_base));
     read_base();
+    track_.is_speech = is_speech(track_.type);
     if (markers) rdf::for_each_item(markers, [&](Property marker) { read_marker(marker); });
     if (without_speaker_ > 0) {
       movie_.warnings.push_back(fmt::format(
@@ -125,8 +173,13 @@ class TrackReader {
   }
 
   Count count(Property property, const char* what, const std::string& word) const {
-    const std::string text = property ? rdf::text(property) : std::string();
-    const auto count = read_count(text, base_);
+    std::string text = property ? rdf::text(property) : std::string();
+    auto count = read_count(text, base_);
+    if (property && !rdf::is_simple(property) && trimmed(text).empty()) {
+      const Time time = time_of(property);
+      text = fmt::format("value={} scale={}", time.value, time.scale);
+      count = read_time(time);
+    }
     if (!count)
       fail_here("the {} {} of the word {} (marker {}) is no count of time units", what,
                 in_quotes(text), in_quotes(word), track_.markers);
@@ -144,20 +197,28 @@ class TrackReader {
       Property* const slot = marker.slot(field.name());
       if (slot != nullptr && !*slot) *slot = field;
     });
-    if (!is_speech(marker.type ? type_text(marker.type) : track_.type)) return;
-    if (marker.speaker) speaker_ = rdf::text(marker.speaker);
+    if (!(marker.type ? is_speech(type_text(marker.type)) : track_.is_speech)) return;
+    if (marker.speaker) {
+      speaker_had_line_ends_ = false;
+      speaker_ = without_line_ends(rdf::text(marker.speaker), speaker_had_line_ends_);
+    }
     if (marker.name) read_word(marker);
   }
 
   void read_word(const Marker& marker) {
     Word word;
-    word.name = rdf::text(marker.name);
+    word.had_line_ends = speaker_had_line_ends_;
+    word.name = without_line_ends(rdf::text(marker.name), word.had_line_ends);
     word.start = count(marker.start_time, "startTime", word.name);
     if (!marker.duration || trimmed(rdf::text(marker.duration)) != "maximum") {
       word.duration = count(marker.duration, "duration", word.name);
     }
     if (!speaker_) ++without_speaker_;
     word.speaker = speaker_.value_or("");
+    if (!marker.speaker) movie_.repeated += word.speaker.size();
+    if (movie_.repeated > most_repeated)
+      fail_here("the speaker {}... is too long to be repeated for each word",
+                in_quotes(word.speaker.substr(0, 40)));
     if (marker.probability) word.probability = rdf::text(marker.probability);
     movie_.words.push_back(std::move(word));
     ++track_.words;
@@ -169,10 +230,19 @@ class TrackReader {
   Rational base_{1, 1};
   bool base_is_known_ = true;
   std::optional<std::string> speaker_;
+  bool speaker_had_line_ends_ = false;
   std::size_t without_speaker_ = 0;
 };
 
 }  // namespace
+
+bool holds_speech(Property property) {
+  if (property.space() == dynamic_media && property.name() == "trackType")
+    return is_speech(type_text(property));
+  bool found = false;
+  rdf::for_each_field(property, [&](Property part) { found = found || holds_speech(part); });
+  return found;
+}
 
 void read_tracks(rdf::Property tracks, const std::filesystem::path& file, Movie& movie) {
   rdf::for_each_item(tracks, [&](Property item) { TrackReader(file, movie).read(item); });

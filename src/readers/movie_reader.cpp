@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "core/duration_scale.h"
 #include "core/error.h"
 #include "core/numbers.h"
 #include "platform/platform.h"
@@ -33,20 +34,6 @@ MovieProperties find_properties(const XmlDocument& document) {
     }
   }
   return found;
-}
-
-// Frames per second, of a scale written as numerator, slash, denominator.
-double rate_of_scale(std::string_view scale) {
-  const std::size_t slash = scale.find('/');
-  const double numerator = leading_double_with_underscores(scale.substr(0, slash));
-  double denominator = 0.0;
-  if (slash != std::string_view::npos) {
-    const std::string_view rest = scale.substr(slash + 1);
-    denominator = leading_double_with_underscores(rest.substr(0, rest.find('/')));
-  }
-  // Hundredths of a frame per second are what most scales count; the others count frames.
-  const double rate = denominator / numerator / 100.0;
-  return rate < 1 ? rate * 100.0 : rate;
 }
 
 // Nothing when the tool failed.

@@ -84,7 +84,11 @@ void note_problem(void* data, Problem* problem) noexcept {
     count(problems, 1);
     if (source.limit != nullptr) return;
     std::vector<int>& lines = recovery.problem_lines;
-    if (lines.empty()) recovery.first_problem = in_one_line(*problem);
+    const bool harmless = problem->level == XML_ERR_WARNING || problem->code == XML_WAR_NS_URI;
+    if (recovery.first_problem.empty() && !harmless) {
+      recovery.first_problem = in_one_line(*problem);
+      recovery.first_problem_line = problem->line;
+    }
     if (lines.empty() || lines.back() != problem->line) lines.push_back(problem->line);
   } catch (...) {
     limits.memory_ran_out = true;  // nothing may be thrown through the parser

@@ -13,9 +13,11 @@ namespace murmurase::xml {
 struct Recovery {
   XmlDocument document;  // null when none could be built at all
   std::vector<int>
-      problem_lines;            // each problem's line of the bytes, from 1, in the order reported;
-                                // 0 for a problem without a place. Not one line twice in a row.
-  std::string first_problem;    // the parser's words; empty without problems
+      problem_lines;          // each problem's line of the bytes, from 1, in the order reported;
+                              // 0 for a problem without a place. Not one line twice in a row.
+  std::string first_problem;  // the parser's words on the first that is more than a warning; empty
+                              // without one. A namespace that is no URI is worth a warning
+  int first_problem_line = 0;
   const char* limit = nullptr;  // the limit against hostile documents at which the document ends
   bool well_formed = false;
 };
