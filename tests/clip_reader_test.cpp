@@ -68,7 +68,7 @@ Read read(const std::string& bytes) {
   Read result;
   result.clip = parse_xml_file(desk.controller, "a.xml");
   result.repair = shown(repair_of(result.clip.document));
-  result.written = xml::serialize(result.clip.document, "a.xml");
+  result.written = xml::serialize(result.clip.document, "a.xml").bytes;
   EXPECT_EQ(desk.platform.files["a.xml"], bytes);
   return result;
 }
@@ -129,7 +129,7 @@ TEST(ClipReader, WhatIsWrittenKeepsAllOfTheClip) {
   std::string wide = "\xFE\xFF";
   for (const char c : "<?xml version=\"1.0\" encoding=\"UTF-16\"?>\n<xmeml>x</xmeml>\n"sv)
     wide += {'\0', c};
-  EXPECT_EQ(xml::serialize(read(read(wide).written).clip.document, ""), read(wide).written);
+  EXPECT_EQ(xml::serialize(read(read(wide).written).clip.document, "").bytes, read(wide).written);
 }
 
 TEST(ClipReader, TheNameIsThatOfTheFirstNode) {

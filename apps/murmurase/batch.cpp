@@ -90,9 +90,9 @@ std::string export_movie(const BatchOptions& options, const MovieOptions& movie,
       controller.call("save_to_excel", {movie.words, path});
     });
     if (target) {
-      write(".xml", [&](const std::string&) {
+      write(".xml", [&](const std::string& path) {
         const MarkerExport done = export_markers(controller, options.clip, &*target);
-        notes += repair_line(options.clip, done.repaired);
+        notes += clip_line(done, options.clip, path);
       });
     }
     if (failures.empty()) return printable(movie.movie + ':' + written) + '\n' + notes;

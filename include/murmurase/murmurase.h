@@ -291,6 +291,18 @@ MURMURASE_CHECKED murmurase_error* murmurase_call(murmurase_controller* controll
                                                   size_t count, murmurase_value** result);
 
 /*
+ * What is wrong with the clip that the controller's last successful create_clip_with_markers wrote, in
+ * one line of UTF-8; NULL when it is well-formed XML with namespaces (XML 1.0, Namespaces in XML 1.0),
+ * and before the first. A clip file that no repair could make well-formed is written as far as it was
+ * read: other programs may refuse it, so a host should show its user the place. `line`, which may be
+ * NULL, becomes the line of the written file at which a reader finds the fault, from 1, or 0 when
+ * there is no such line; it stays as it was when the result is NULL. The text lives until the
+ * controller's next create_clip_with_markers.
+ */
+MURMURASE_API const char* murmurase_clip_fault(const murmurase_controller* controller,
+                                               int64_t* line);
+
+/*
  * How the XMP tool of the last parse_xmp_from_mov ended, as waitpid() reports it: why the tool failed
  * when the operation gave null. 0 before the first.
  */

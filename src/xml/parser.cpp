@@ -85,6 +85,7 @@ Context open_parser(Source& source, int options) {
   Context context(xmlNewParserCtxt());
   if (!context) throw std::bad_alloc();
   xmlCtxtUseOptions(context.get(), options | XML_PARSE_RECOVER | XML_PARSE_NONET);
+  if ((options & XML_PARSE_NOBLANKS) == 0) context->keepBlanks = 1;  // a host's default may be 0
   source.parser = context.get();
   xmlParserInputBuffer* buffer =
       xmlParserInputBufferCreateIO(read_piece, nullptr, &source, XML_CHAR_ENCODING_NONE);

@@ -75,6 +75,12 @@ std::string in_one_line(const xmlError& problem) {
   return printable(words.substr(0, words.find('\n')));
 }
 
+// Warnings are none, nor is what only a validating parser minds.
+bool is_fault(const xmlError& problem) {
+  return problem.level == XML_ERR_FATAL ||
+         (problem.level == XML_ERR_ERROR && problem.domain == XML_FROM_NAMESPACE);
+}
+
 void note_problem(void* data, Problem* problem) noexcept {
   auto& problems = *static_cast<Problems*>(data);
   auto& [recovery, most, source, builder, unwanted, limits, parts] = problems;
@@ -86,6 +92,9 @@ void note_problem(void* data, Problem* problem) noexcept {
     std::vector<int>& lines = recovery.problem_lines;
     if (lines.empty()) recovery.first_problem = in_one_line(*problem);
     if (lines.empty() || lines.back() != problem->line) lines.push_back(problem->line);
+    if (!recovery.fault && is_fault(*problem)) {
+      recovery.fault = {problem->line, in_one_line(*problem)};
+    }
   } catch (...) {
     limits.memory_ran_out = true;  // nothing may be thrown through the parser
   }

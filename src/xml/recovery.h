@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +17,7 @@ struct Recovery {
       problem_lines;            // each problem's line of the bytes, from 1, in the order reported;
                                 // 0 for a problem without a place. Not one line twice in a row.
   std::string first_problem;    // the parser's words; empty without problems
+  std::optional<XmlFault> fault;  // the first problem that makes the bytes no XML with namespaces
   const char* limit = nullptr;  // the limit against hostile documents at which the document ends
   bool well_formed = false;
 };
