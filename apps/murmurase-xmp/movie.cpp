@@ -37,10 +37,11 @@ std::string as_utf8(std::string_view bytes) {
 }
 
 murmurase::xml::Recovery parse(const Packet& packet, Movie& movie) {
-  using murmurase::xml::Blanks;
-  using murmurase::xml::packet_limit;
-  murmurase::xml::Recovery parsed =
-      murmurase::xml::recover(packet.bytes, packet_limit, Blanks::drop);
+  const auto read = [](std::string_view bytes) {
+    using namespace murmurase::xml;
+    return recover(bytes, Blanks::drop, Wanted::always, Texts::any);
+  };
+  murmurase::xml::Recovery parsed = read(packet.bytes);
   std::string first_problem = parsed.first_problem;
   if (const std::vector<int>& lines = parsed.problem_lines; !lines.empty() && lines.front() > 0)
     first_problem += fmt::format(" (line {})", lines.front());
@@ -50,7 +51,7 @@ murmurase::xml::Recovery parse(const Packet& packet, Movie& movie) {
   if (!parsed.well_formed && in_utf8 && packet.bytes.find('\0') == std::string::npos) {
     // The parser would take all that follows a wrong byte for ISO 8859-1.
     const std::string text = as_utf8(packet.bytes);
-    if (text != packet.bytes) parsed = murmurase::xml::recover(text, packet_limit, Blanks::drop);
+    if (text != packet.bytes) parsed = read(text);
   }
   const std::string file = in_quotes(packet.file.native());
   const xmlDoc* const document = parsed.document.get();

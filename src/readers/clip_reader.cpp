@@ -24,7 +24,7 @@ namespace {
 
 xml::Recovery parse(std::string_view text, xml::Blanks blanks, xml::Wanted wanted,
                     const std::string& path) {
-  xml::Recovery recovery = xml::recover(text, xml::clip_limit, blanks, wanted);
+  xml::Recovery recovery = xml::recover(text, blanks, wanted);
   if (!recovery.document) {
     fail(path, recovery.first_problem.empty() ? "it holds none" : recovery.first_problem);
   }

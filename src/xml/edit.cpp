@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <libxml/xmlsave.h>
 
-#include <cstdint>
 #include <new>
 
 #include "core/error.h"
@@ -86,8 +85,7 @@ std::string written(const XmlDocument& document, const char* encoding, std::stri
 }
 
 std::optional<XmlFault> fault_of(std::string_view bytes) {
-  constexpr PartLimit none{SIZE_MAX, nullptr};  // nothing is built of the parts
-  Recovery reread = recover(bytes, none, Blanks::keep, Wanted::never);
+  Recovery reread = recover(bytes, Blanks::keep, Wanted::never);
   if (reread.limit != nullptr) return XmlFault{0, reread.limit};
   return std::move(reread.fault);
 }

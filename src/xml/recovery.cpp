@@ -12,56 +12,41 @@ namespace {
 
 struct Problems {
   Recovery& recovery;
-  const PartLimit& most;
   Source& source;
-  xmlSAXHandler* builder = nullptr;
-  xmlSAXHandler* unwanted = nullptr;  // builds what is not wanted after a problem; or null
+  bool unwanted_after_one;  // what comes after a problem
   Limits limits;
-  std::size_t parts = 0;  // of the document, and problems
 };
-
-void count(Problems& problems, int parts) {
-  problems.parts += static_cast<std::size_t>(parts);
-  if (problems.parts > problems.most.parts) {
-    end_early(problems.source, *problems.builder, problems.most.passed);
-  }
-}
-
-void count(void* context, int parts) {
-  count(*static_cast<Problems*>(static_cast<xmlParserCtxt*>(context)->_private), parts);
-}
 
 void start_element(void* context, const xmlChar* local, const xmlChar* prefix, const xmlChar* uri,
                    int namespace_count, const xmlChar** namespaces, int attribute_count,
                    int defaulted_count, const xmlChar** attributes) {
-  count(context, 1 + namespace_count + attribute_count);
+  count_parts(context, 1 + namespace_count + attribute_count);
+  count_element(context, namespace_count, attribute_count);
   xmlSAX2StartElementNs(context, local, prefix, uri, namespace_count, namespaces, attribute_count,
                         defaulted_count, attributes);
 }
 
 void comment(void* context, const xmlChar* text) {
-  count(context, 1);
+  count_parts(context, 1);
   xmlSAX2Comment(context, text);
 }
 
 void instruction(void* context, const xmlChar* target, const xmlChar* text) {
-  count(context, 1);
+  count_parts(context, 1);
   xmlSAX2ProcessingInstruction(context, target, text);
 }
 
 void cdata(void* context, const xmlChar* text, int length) {
-  count(context, 1);
+  count_parts(context, 1);
   xmlSAX2CDataBlock(context, text, length);
 }
 
 void reference(void* context, const xmlChar* name) {
-  count(context, 1);
+  count_parts(context, 1);
   xmlSAX2Reference(context, name);
 }
 
-void count_parts(xmlParserCtxt& context, Problems& problems) {
-  context._private = &problems;
-  xmlSAXHandler& builder = *context.sax;
+void build_counted(xmlSAXHandler& builder) {
   builder.startElementNs = start_element;
   builder.comment = comment;
   builder.processingInstruction = instruction;
@@ -83,11 +68,11 @@ bool is_fault(const xmlError& problem) {
 
 void note_problem(void* data, Problem* problem) noexcept {
   auto& problems = *static_cast<Problems*>(data);
-  auto& [recovery, most, source, builder, unwanted, limits, parts] = problems;
-  if (unwanted != nullptr) build_no_more(*unwanted);
+  auto& [recovery, source, unwanted_after_one, limits] = problems;
+  if (unwanted_after_one) build_no_more(*source.parser->sax);
   try {
     limits.note(*problem);
-    count(problems, 1);
+    count_parts(source.parser, 1);
     if (source.limit != nullptr) return;
     std::vector<int>& lines = recovery.problem_lines;
     if (lines.empty()) recovery.first_problem = in_one_line(*problem);
@@ -102,17 +87,16 @@ void note_problem(void* data, Problem* problem) noexcept {
 
 }  // namespace
 
-Recovery recover(std::string_view bytes, const PartLimit& most, Blanks blanks, Wanted wanted) {
+Recovery recover(std::string_view bytes, Blanks blanks, Wanted wanted, Texts texts) {
   Recovery recovery;
   Source source{bytes};
-  Problems problems{recovery, most, source, nullptr, nullptr, {}, 0};
+  Problems problems{recovery, source, wanted == Wanted::only_without_problems, {}};
   const ProblemChannel channel(note_problem, &problems);
-  const int options = blanks == Blanks::drop ? XML_PARSE_NOBLANKS : 0;
+  const int options = (blanks == Blanks::drop ? XML_PARSE_NOBLANKS : 0) |
+                      (texts == Texts::any ? XML_PARSE_HUGE : 0);
   const Context context = open_parser(source, options | XML_PARSE_COMPACT);
-  problems.builder = context->sax;
-  count_parts(*context, problems);
+  build_counted(*context->sax);
   if (wanted == Wanted::never) build_no_more(*context->sax);
-  if (wanted == Wanted::only_without_problems) problems.unwanted = context->sax;
   xmlParseDocument(context.get());
   recovery.document = own(context->myDoc);
   context->myDoc = nullptr;

@@ -14,11 +14,11 @@ namespace murmurase::xml {
 struct Recovery {
   XmlDocument document;  // null when none could be built at all
   std::vector<int>
-      problem_lines;            // each problem's line of the bytes, from 1, in the order reported;
-                                // 0 for a problem without a place. Not one line twice in a row.
-  std::string first_problem;    // the parser's words; empty without problems
+      problem_lines;          // each problem's line of the bytes, from 1, in the order reported;
+                              // 0 for a problem without a place. Not one line twice in a row.
+  std::string first_problem;  // the parser's words; empty without problems
   std::optional<XmlFault> fault;  // the first problem that makes the bytes no XML with namespaces
-  const char* limit = nullptr;  // the limit against hostile documents at which the document ends
+  const char* limit = nullptr;    // the limit against hostile documents at which the document ends
   bool well_formed = false;
 };
 
@@ -29,9 +29,12 @@ enum class Blanks { drop, keep };
 // the first one is searched for more, but nothing is built of it: the document then ends there.
 enum class Wanted { never, only_without_problems, always };
 
+// Whether a text, attribute or comment of more than 10 MB is a limit.
+enum class Texts { bounded, any };
+
 // Parses the bytes, in whatever encoding they declare. The document keeps its document type and the
 // entities that this declares, and references to them. Error: memory.
-Recovery recover(std::string_view bytes, const PartLimit& most, Blanks blanks,
-                 Wanted wanted = Wanted::always);
+Recovery recover(std::string_view bytes, Blanks blanks, Wanted wanted = Wanted::always,
+                 Texts texts = Texts::bounded);
 
 }  // namespace murmurase::xml
