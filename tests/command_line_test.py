@@ -134,7 +134,7 @@ class CommandLine(Case):
         before = out.read_bytes()
         start, end = PACKET.index(b"        <rdf:li"), PACKET.index(b"</rdf:li>") + len(b"</rdf:li>\n")
         for packet, said in ((PACKET[:start] + PACKET[start:end] * 65536 + PACKET[end:],
-                              "65542 phrases are more than the 65535"),
+                              ("cell A65537", "65535 phrases", "group more words")),
                              (PACKET.replace(b">Hello<", b">" + b"x" * 32768 + b"<"),
                               ("D2", "group fewer words"))):
             self.expect_failure("excel", self.write("p", packet), out, "--words=1", "--xmp-tool", PLAIN_TOOL,

@@ -269,7 +269,8 @@ MURMURASE_CHECKED murmurase_error* murmurase_set(murmurase_controller* controlle
  *   build_words_array(grouping)                   sets words_array; null. grouping: words in a phrase,
  *                                                 a whole number from 1, 100 for no limit
  *   save_to_text(grouping, path)                  writes the text transcript; null
- *   save_to_excel(grouping, path)                 writes an Excel 97-2003 workbook, a row a phrase; null
+ *   save_to_excel(grouping, path)                 writes an Excel 97-2003 workbook, a row a phrase; null,
+ *                                                 which is what closing the workbook gives
  *   create_clip_with_markers()                    adds the phrases to a copy of clip_xml as markers,
  *                                                 writes it to the file Parlenda.xml in the working
  *                                                 folder and has it opened, see
@@ -277,9 +278,11 @@ MURMURASE_CHECKED murmurase_error* murmurase_set(murmurase_controller* controlle
  *                                                 opening was accepted. Sets words_array, in
  *
  * Limits against hostile inputs, beyond which an operation ends in an error that names the limit: 512
- * MiB for a clip file, for its repaired text and for what the XMP tool prints; 10 million elements,
- * attributes and other parts of a packet, 2 million of a clip; 10 MB for a text; 256 levels of nesting;
- * 100,000 different names; 64 KiB for a document type; 65,535 phrases in a workbook, 1 million in a clip.
+ * MiB for a clip file, for its repaired text, for what the XMP tool prints and for what its entities
+ * stand for; 10 million elements, attributes and other parts; 10 MB for a text of a clip; 256 levels of
+ * nesting; 500,000 different names; 26,000 attributes or namespaces of one element, or 1,000 million
+ * comparisons of them with one another; 1 MiB for a document type, with 10,000 attributes declared in it
+ * and 1,000 defaults; 65,535 phrases in a workbook, 1 million in a clip.
  *
  * `arguments` may be NULL when `count` is 0. `result` may be NULL when the result is not wanted.
  * Errors: name for an unknown operation (every one before start-up); argument, "wrong number of

@@ -205,7 +205,7 @@ XmlDocument parse_once(std::string_view bytes, std::span<const char* const> valu
   sax.ignorableWhitespace = characters;
   sax.cdataBlock = characters;  // a text like any other, and joined with its neighbours
   sax.comment = nullptr;
-  sax.processingInstruction = nullptr;
+  sax.processingInstruction = count_instruction;
   sax.reference = reference;
   sax.serror = note_problem;
   xmlParseDocument(context.get());

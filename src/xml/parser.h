@@ -46,7 +46,7 @@ Context open_parser(Source& source, int options);
 Source& source_of(void* parser);
 void count_parts(void* parser, int parts);
 void count_element(void* parser, int namespaces, int attributes);
-xmlEntity* get_entity(void* parser, const xmlChar* name);
+void count_instruction(void* parser, const xmlChar* target, const xmlChar* text);
 
 // Takes the handlers away that build a document. Elements are still counted.
 void build_no_more(xmlSAXHandler& builder);

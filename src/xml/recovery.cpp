@@ -33,6 +33,7 @@ void comment(void* context, const xmlChar* text) {
 
 void instruction(void* context, const xmlChar* target, const xmlChar* text) {
   count_parts(context, 1);
+  count_instruction(context, target, text);
   xmlSAX2ProcessingInstruction(context, target, text);
 }
 
