@@ -186,6 +186,7 @@ TEST(MovieReader, HostileDocumentsEndInAnError) {
        "too many attributes or namespaces"},
       {packet("<d " + numbered("xmlns:a{}='u' ", 20'000) + ">" + numbered("<d/>", 60'000)),
        "too many attributes or namespaces"},
+      {packet(speech({{std::string(11'000'000, 'x'), "0", "1", "A"}})), "longer than 10 MB"},
       {"<!DOCTYPE x [<!--" + std::string(1'100'000, 'x') + "-->]>" + packet(""), "1 MiB"},
       {"<!DOCTYPE x [<!ENTITY a '&b;'><!ENTITY b '&a;'>]>" + packet(speech({{"&a;", "", "", ""}})),
        "expand without measure"}};

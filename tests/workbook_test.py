@@ -105,7 +105,7 @@ class WorkbookTest(unittest.TestCase):
         book, sheet = self.read([cell(0, 0, "a", bold=True), cell(99, 0, "b")])
         self.assertEqual((sheet.panes_are_frozen, sheet.horz_split_pos, sheet.horz_split_first_visible), (1, 1, 1))
         titles = book.name_and_scope_map["print_titles", 0]
-        self.assertEqual((titles.builtin, titles.result.text), (1, "Sheet1!A1:IV1"))
+        self.assertEqual((titles.builtin, titles.result.text), (1, "Sheet1!$A$1:$IV$1"))
         kinds = dict(records(self.path).values())
         self.assertTrue(struct.unpack("<H", kinds[0x81])[0] & 0x100)  # fit to pages:
         self.assertEqual(struct.unpack_from("<HHH", kinds[0xA1], 6), (1, 0, 0))  # one wide, landscape

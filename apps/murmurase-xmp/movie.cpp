@@ -39,7 +39,7 @@ std::string as_utf8(std::string_view bytes) {
 murmurase::xml::Recovery parse(const Packet& packet, Movie& movie) {
   const auto read = [](std::string_view bytes) {
     using namespace murmurase::xml;
-    return recover(bytes, Blanks::drop, Wanted::always, Texts::any);
+    return recover(bytes, Blanks::drop, Wanted::always, Kind::packet);
   };
   murmurase::xml::Recovery parsed = read(packet.bytes);
   std::string first_problem = parsed.first_problem;

@@ -279,10 +279,11 @@ MURMURASE_CHECKED murmurase_error* murmurase_set(murmurase_controller* controlle
  *
  * Limits against hostile inputs, beyond which an operation ends in an error that names the limit: 512
  * MiB for a clip file, for its repaired text, for what the XMP tool prints and for what its entities
- * stand for; 10 million elements, attributes and other parts; 10 MB for a text of a clip; 256 levels of
- * nesting; 500,000 different names; 26,000 attributes or namespaces of one element, or 1,000 million
- * comparisons of them with one another; 1 MiB for a document type, with 10,000 attributes declared in it
- * and 1,000 defaults; 65,535 phrases in a workbook, 1 million in a clip.
+ * stand for; 10 million elements, attributes and other parts of a packet, 6 million of a clip; 10 MB for
+ * a text of a clip or a field of a packet; 256 levels of nesting; 500,000 different names; 26,000
+ * attributes or namespaces of one element, and 1,000 million comparisons of these with one another; 1
+ * MiB for a document type, with 10,000 declared attributes and 1,000 default values; 65,535 phrases in a
+ * workbook, 1 million in a clip.
  *
  * `arguments` may be NULL when `count` is 0. `result` may be NULL when the result is not wanted.
  * Errors: name for an unknown operation (every one before start-up); argument, "wrong number of

@@ -19,6 +19,7 @@ struct ValueParse : Source {
   const void* main_context = nullptr;    // an entity's content is parsed in a context of its own
   const xmlChar* space = nullptr;        // interned: names compare by address
   std::vector<const xmlChar*> values{};  // interned
+  std::size_t value_bytes = 0;           // of the outermost value element's text
   std::size_t depth_in_value = 0;        // elements open from the outermost value element on
   std::unordered_map<const xmlEntity*, std::string> entities{};  // what they stand for
   std::size_t entity_text_so_far = 0;                            // bytes
@@ -28,6 +29,8 @@ struct ValueParse : Source {
 
 // Bytes that all references to entities together may stand for; metadata has no use for any.
 constexpr std::size_t most_entity_text = std::size_t{1} << 20;
+
+constexpr std::size_t longest_value = 10'000'000;
 
 const std::string& entity_text(ValueParse& state, const xmlEntity* entity);
 
@@ -45,7 +48,7 @@ void start_element(void* context, const xmlChar* local, const xmlChar* prefix, c
   count_element(context, namespace_count, attribute_count);
   if (state.depth_in_value > 0 ||
       (uri == state.space && std::ranges::find(state.values, local) != state.values.end())) {
-    ++state.depth_in_value;
+    if (++state.depth_in_value == 1) state.value_bytes = 0;
   }
   xmlSAX2StartElementNs(context, local, prefix, uri, namespace_count, namespaces, 0, 0, nullptr);
 }
@@ -63,7 +66,14 @@ bool counts(void* context) {
 }
 
 void characters(void* context, const xmlChar* text, int length) {
-  if (counts(context)) xmlSAX2Characters(context, text, length);
+  if (!counts(context)) return;
+  ValueParse& state = state_of(context);
+  state.value_bytes += static_cast<std::size_t>(length);
+  if (state.value_bytes > longest_value) {
+    end_early(state, "a text in it is longer than 10 MB");
+  } else {
+    xmlSAX2Characters(context, text, length);
+  }
 }
 
 // Appends what an entity stands for, each entity within it being worked out once. The parser has

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "core/value.h"
+#include "xml/document.h"
 #include "xml/problem_channel.h"
 
 // What the parsers and the writer of this folder share; nobody outside it needs it.
@@ -28,8 +29,10 @@ using Context = std::unique_ptr<xmlParserCtxt, FreeContext>;
 struct Source {
   std::string_view bytes;  // not read yet
   xmlParserCtxt* parser = nullptr;
-  const char* limit = nullptr;    // as a message says it
-  std::size_t parts = 0;          // see most_parts
+  const char* limit = nullptr;  // as a message says it
+  std::size_t parts = 0;
+  std::size_t most_parts = most_packet_parts;
+  const char* too_many_parts = "it has more than 10 million elements, other parts or faults";
   std::size_t document_type = 0;  // bytes
   std::size_t attribute_declarations = 0;
   std::size_t attribute_defaults = 0;

@@ -13,7 +13,7 @@ namespace {
 struct Problems {
   Recovery& recovery;
   Source& source;
-  bool unwanted_after_one;  // what comes after a problem
+  bool unwanted_after_one = false;  // what comes after a problem
   Limits limits;
 };
 
@@ -88,13 +88,17 @@ void note_problem(void* data, Problem* problem) noexcept {
 
 }  // namespace
 
-Recovery recover(std::string_view bytes, Blanks blanks, Wanted wanted, Texts texts) {
+Recovery recover(std::string_view bytes, Blanks blanks, Wanted wanted, Kind kind) {
   Recovery recovery;
   Source source{bytes};
+  if (kind == Kind::clip) {
+    source.most_parts = most_clip_parts;
+    source.too_many_parts = "it has more than 6 million elements, other parts or faults";
+  }
   Problems problems{recovery, source, wanted == Wanted::only_without_problems, {}};
   const ProblemChannel channel(note_problem, &problems);
   const int options = (blanks == Blanks::drop ? XML_PARSE_NOBLANKS : 0) |
-                      (texts == Texts::any ? XML_PARSE_HUGE : 0);
+                      (kind == Kind::packet ? XML_PARSE_HUGE : 0);
   const Context context = open_parser(source, options | XML_PARSE_COMPACT);
   build_counted(*context->sax);
   if (wanted == Wanted::never) build_no_more(*context->sax);

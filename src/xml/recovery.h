@@ -29,12 +29,12 @@ enum class Blanks { drop, keep };
 // the first one is searched for more, but nothing is built of it: the document then ends there.
 enum class Wanted { never, only_without_problems, always };
 
-// Whether a text, attribute or comment of more than 10 MB is a limit.
-enum class Texts { bounded, any };
+// What is read. A clip has fewer parts than a packet, and no text, attribute or comment of more than 10 MB.
+enum class Kind { clip, packet };
 
 // Parses the bytes, in whatever encoding they declare. The document keeps its document type and the
 // entities that this declares, and references to them. Error: memory.
 Recovery recover(std::string_view bytes, Blanks blanks, Wanted wanted = Wanted::always,
-                 Texts texts = Texts::bounded);
+                 Kind kind = Kind::clip);
 
 }  // namespace murmurase::xml
