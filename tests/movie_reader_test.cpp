@@ -193,7 +193,7 @@ TEST(MovieReader, HostileDocumentsEndInAnError) {
   for (const auto& each : cases) {
     Desk desk;
     const std::string error = error_of([&] { read(desk, each.first); });
-    EXPECT_TRUE(is_error(error, ErrorKind::xml, each.second)) << error;
+    EXPECT_TRUE(is_error(error, ErrorKind::xml, each.second)) << each.second << error;
     EXPECT_FALSE(desk.controller.displayformat);
   }
 }
