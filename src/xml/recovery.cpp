@@ -70,6 +70,7 @@ bool is_fault(const xmlError& problem) {
 void note_problem(void* data, Problem* problem) noexcept {
   auto& problems = *static_cast<Problems*>(data);
   auto& [recovery, source, unwanted_after_one, limits] = problems;
+  if (source.parser == nullptr) return limits.note(*problem);  // no memory for the parser itself
   if (unwanted_after_one) build_no_more(*source.parser->sax);
   try {
     limits.note(*problem);
