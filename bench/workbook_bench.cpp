@@ -12,11 +12,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "platform/platform.h"
 #include "platform/workbook/workbook.h"
 
 namespace {
@@ -47,7 +47,7 @@ const Row header = {"Start", "End", "Speaker", "Text", "Path"};
 constexpr std::array<std::size_t, 5> write_order = {0, 1, 4, 2, 3};
 
 void write_ours(unsigned rows, const char* path) {
-  murmurase::workbook::Workbook book;
+  murmurase::workbook::Workbook book(murmurase::system_platform(), path);
   book.add_worksheet();
   const auto bold = book.add_format({.bold = true});
   for (const std::size_t column : write_order) book.write(0, column, header[column], bold);
@@ -56,7 +56,7 @@ void write_ours(unsigned rows, const char* path) {
     for (const std::size_t column : write_order) book.write(number + 1, column, row[column]);
   }
   book.set_column(0, 1, 11);
-  std::ofstream(path, std::ios::binary) << book.close();
+  book.close();
 }
 
 void write_xlsxwriter(unsigned rows, const char* path) {

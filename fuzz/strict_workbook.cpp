@@ -124,12 +124,20 @@ std::size_t length_of(std::uint32_t type) {
        {0x0C, 2},   {0x0F, 2},  {0x11, 2},  {0x10, 8},  {0x5F, 2},   {0x2A, 2},  {0x2B, 2},
        {0x82, 2},   {0x80, 8},  {0x225, 4}, {0x81, 2},  {0x14, 0},   {0x15, 0},  {0x83, 2},
        {0x84, 2},   {0xA1, 34}, {0x55, 2}}};
-  constexpr std::array<std::array<std::uint16_t, 2>, 6> sheet_lengths = {
-      {{0x7D, 12}, {0x200, 14}, {0x208, 16}, {0xFD, 10}, {0x23E, 18}, {0x1D, 15}}};
+  constexpr std::array<std::array<std::uint16_t, 2>, 10> further_lengths = {{{0x7D, 12},
+                                                                             {0x200, 14},
+                                                                             {0x208, 16},
+                                                                             {0xFD, 10},
+                                                                             {0x23E, 18},
+                                                                             {0x1D, 15},
+                                                                             {0x41, 10},
+                                                                             {0x1AE, 4},
+                                                                             {0x17, 8},
+                                                                             {0x18, 27}}};
   for (const auto& [kind, length] : lengths) {
     if (kind == type) return length;
   }
-  for (const auto& [kind, length] : sheet_lengths) {
+  for (const auto& [kind, length] : further_lengths) {
     if (kind == type) return length;
   }
   const bool own_length =

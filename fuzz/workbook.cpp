@@ -5,6 +5,7 @@
 
 #include "check.h"
 #include "strict_workbook.h"
+#include "support.h"
 
 using namespace murmurase;
 using namespace murmurase::fuzz;
@@ -19,7 +20,8 @@ static std::string letters(std::string_view bytes) {
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input{text_of(data, size)};
-  workbook::Workbook book;
+  test::FakePlatform platform;
+  workbook::Workbook book(platform, "book.xls");
   book.add_worksheet();
   const workbook::Format bold = book.add_format({.bold = true});
   std::map<CellPlace, StrictCell> expected;
@@ -44,6 +46,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
           "a cell is taken if it fits");
     if (taken) expected[{row, column}] = {text, (choice & 4) != 0};
   }
-  check(read_strictly(book.close()) == expected, "every text is read back");
+  book.close();
+  check(read_strictly(platform.files["book.xls"]) == expected, "every text is read back");
   return 0;
 }

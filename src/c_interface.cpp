@@ -364,6 +364,13 @@ murmurase_error* murmurase_document_repair(const murmurase_value* document,
   });
 }
 
+const char* murmurase_clip_fault(const murmurase_controller* controller, int64_t* line) {
+  if (controller == nullptr || !controller->controller.clip_fault) return nullptr;
+  const murmurase::XmlFault& fault = *controller->controller.clip_fault;
+  if (line != nullptr) *line = fault.line;
+  return fault.reason.c_str();
+}
+
 murmurase_error* murmurase_controller_new(const murmurase_host* host,
                                           murmurase_controller** result) {
   return guarded([&] {

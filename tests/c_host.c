@@ -11,7 +11,7 @@
 
 /* clang-format off */
 #define FUNCTIONS(F) \
-  F(call) F(controller_free) F(controller_new) F(document_repair) F(error_free)            \
+  F(call) F(clip_fault) F(controller_free) F(controller_new) F(document_repair) F(error_free)            \
   F(error_get_kind)                                                                       \
   F(error_message) F(error_number) F(get) F(get_boolean) F(get_host_object) F(get_integer) \
   F(get_real) F(get_text) F(interface_version) F(list_append) F(list_get) F(list_set)      \

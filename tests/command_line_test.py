@@ -5,6 +5,7 @@ import json
 import os
 import pathlib
 import pty
+import re
 import subprocess
 import unittest
 import xml.etree.ElementTree
@@ -98,6 +99,18 @@ class CommandLine(Case):
         self.expect_failure("markers", INTERVIEW, bad, "/none/x",
                             said=("/none/x", f"(the clip was repaired in memory: line {line})"))
 
+    def test_a_clip_that_no_repair_helps_is_written_and_told(self):
+        bad = self.write("bad.xml", CLIP.read_text().replace("<clip", "<!-- a -- b -->\n<clip", 1))
+        for arguments, out in (["markers", INTERVIEW, bad, "o.xml"], "o.xml"), (
+                ["export", INTERVIEW, "--out=o", "--clip", bad], "o/interview.xml"):
+            status, _, said = self.call(*arguments)
+            self.assertEqual(status, 0)
+            found = re.fullmatch(rf"murmurase: {out} is written, but [^\n]*: its line (\d+) is not well-formed "
+                                 r"XML \(Double hyphen [^\n]*\); correct that place in [^\n]*bad.xml [^\n]*\n", said)
+            self.assertIsNotNone(found, said)
+            lines = (self.folder / out).read_text().split("\n")
+            self.assertIn("a -- b", lines[int(found[1]) - 1])
+
     def test_runs_at_the_same_time_do_not_mix(self):
         started = []
         for i in range(6):
@@ -185,7 +198,7 @@ class CommandLine(Case):
         start, end = PACKET.index(b"        <rdf:li"), PACKET.index(b"</rdf:li>") + len(b"</rdf:li>\n")
         long = PACKET.replace(b">Hello<", f">{'😀' * 8190}<".encode()).replace(b">and<", b">%s<" % (b"x" * 16380))
         for packet, words, said in ((PACKET[:start] + PACKET[start:end] * 65536 + PACKET[end:], 1,
-                                     "65542 phrases are more than the 65535"),
+                                     ("cell A65537", "65535 phrases", "group more words")),
                                     (PACKET.replace(b">Hello<", b">" + b"x" * 32768 + b"<"), 1, "cell D2"),
                                     (long, 100, "phrase 1 is longer"), (long, 3, "use --words 2 or less")):
             command = ["excel", self.write("p", packet), out, "--xmp-tool", PLAIN_TOOL]

@@ -101,6 +101,15 @@ class WorkbookTest(unittest.TestCase):
                          {1: 82, 2: 82, 3: 149, 4: 82, 255: 6})
         self.assertEqual((sheet.colinfo_map[1].width, sheet.defcolwidth), (82 * 256 // 7, 8))
 
+    def test_the_header_stays_in_view_and_on_every_page(self):
+        book, sheet = self.read([cell(0, 0, "a", bold=True), cell(99, 0, "b")])
+        self.assertEqual((sheet.panes_are_frozen, sheet.horz_split_pos, sheet.horz_split_first_visible), (1, 1, 1))
+        titles = book.name_and_scope_map["print_titles", 0]
+        self.assertEqual((titles.builtin, titles.result.text), (1, "Sheet1!$A$1:$IV$1"))
+        kinds = dict(records(self.path).values())
+        self.assertTrue(struct.unpack("<H", kinds[0x81])[0] & 0x100)  # fit to pages:
+        self.assertEqual(struct.unpack_from("<HHH", kinds[0xA1], 6), (1, 0, 0))  # one wide, landscape
+
     def test_limits_are_errors_that_name_the_cell(self):
         for call, message in (
                 (cell(65536, 1, "x"), "cell B65537: a sheet holds 65,536 rows"),

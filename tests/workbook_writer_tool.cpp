@@ -2,10 +2,10 @@
 //   workbook_writer_tool FILE
 // One call a line: "write ROW COLUMN BOLD x<text in hexadecimal>" or "set_column FIRST LAST WIDTH".
 #include <exception>
-#include <fstream>
 #include <iostream>
 #include <string>
 
+#include "platform/platform.h"
 #include "platform/workbook/workbook.h"
 
 static std::string from_hexadecimal(const std::string& digits) {
@@ -18,7 +18,7 @@ static std::string from_hexadecimal(const std::string& digits) {
 
 int main(int, char** argv) try {
   std::ios::sync_with_stdio(false);
-  murmurase::workbook::Workbook book;
+  murmurase::workbook::Workbook book(murmurase::system_platform(), argv[1]);
   book.add_worksheet();
   const auto bold = book.add_format({.bold = 1});
   std::size_t first = 0;
@@ -36,7 +36,7 @@ int main(int, char** argv) try {
                  is_bold ? bold : murmurase::workbook::Format::normal);
     }
   }
-  std::ofstream(argv[1], std::ios::binary) << book.close();
+  book.close();
 } catch (const std::exception& error) {
   std::cerr << error.what() << '\n';
   return 1;

@@ -42,17 +42,20 @@ bool is_in_utf8(std::string_view bytes, const xmlDoc* document) {
 }  // namespace
 
 ParsedPacket parse_packet(const Packet& packet) {
-  using murmurase::xml::Blanks;
-  using murmurase::xml::packet_limit;
-  murmurase::xml::Recovery parsed =
-      murmurase::xml::recover(packet.bytes, packet_limit, Blanks::drop);
-  std::string first_problem = parsed.first_problem;
-  if (parsed.first_problem_line > 0)
-    first_problem += fmt::format(" (line {})", parsed.first_problem_line);
+  const auto read = [](std::string_view bytes) {
+    using namespace murmurase::xml;
+    return recover(bytes, Blanks::drop, Wanted::always, Kind::packet);
+  };
+  murmurase::xml::Recovery parsed = read(packet.bytes);
+  std::string first_problem;
+  if (parsed.fault) {
+    first_problem = parsed.fault->reason;
+    if (parsed.fault->line > 0) first_problem += fmt::format(" (line {})", parsed.fault->line);
+  }
   if (!parsed.well_formed && is_in_utf8(packet.bytes, parsed.document.get())) {
     // The parser would take all that follows a wrong byte for ISO 8859-1.
     const std::string text = repaired(packet.bytes);
-    if (text != packet.bytes) parsed = murmurase::xml::recover(text, packet_limit, Blanks::drop);
+    if (text != packet.bytes) parsed = read(text);
   }
   const std::string file = in_quotes(packet.file.native());
   const xmlDoc* const document = parsed.document.get();

@@ -79,7 +79,7 @@ std::string export_movie(const BatchOptions& options, const MovieOptions& movie,
     });
     write(".xls", [&](const std::string& path) { write_workbook(controller, movie.words, path); });
     if (target) {
-      write(".xml", [&](const std::string&) {
+      write(".xml", [&](const std::string& path) {
         const std::string clip = clip_of(options, movie.movie);
         if (clip != options.clip && access(clip.c_str(), F_OK) != 0) {
           throw Failure(
@@ -88,7 +88,7 @@ std::string export_movie(const BatchOptions& options, const MovieOptions& movie,
                           printable(clip)));
         }
         const MarkerExport done = export_markers(controller, clip, &*target);
-        notes += repair_line(clip, done.repaired);
+        notes += clip_line(done, clip, path);
       });
     }
     if (failures.empty()) return printable(movie.movie + ':' + written) + '\n' + notes;

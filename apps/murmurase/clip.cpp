@@ -113,7 +113,7 @@ MarkerExport export_markers(Controller& controller, const std::string& clip,
   }
   try {
     const Value opened = controller.call("create_clip_with_markers", {});
-    return {repaired, to_json(opened.get()) == true};
+    return {repaired, controller.clip_fault(), to_json(opened.get()) == true};
   } catch (const Failure& failure) {
     std::string message = target != nullptr ? target->renamed(failure).what() : failure.what();
     const bool of_clip = message.starts_with(fmt::format("the clip {} ", printable(clip)));
@@ -125,10 +125,17 @@ MarkerExport export_markers(Controller& controller, const std::string& clip,
   }
 }
 
-std::string repair_line(const std::string& clip, const std::string& repaired) {
-  if (repaired.empty()) return {};
+std::string clip_line(const MarkerExport& done, const std::string& clip,
+                      const std::string& output) {
+  if (!done.fault.empty()) {
+    return fmt::format(
+        "murmurase: {} is written, but Final Cut Pro may refuse it: {}; correct that place in {} "
+        "and export again\n",
+        output == "-" ? "the clip" : printable(output), done.fault, printable(clip));
+  }
+  if (done.repaired.empty()) return {};
   return fmt::format("murmurase: {} was repaired in memory before it was used: {}\n",
-                     printable(clip), repaired);
+                     printable(clip), done.repaired);
 }
 
 void open_file(const std::string& program, const std::string& file) {

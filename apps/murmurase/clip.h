@@ -50,6 +50,7 @@ class FolderLock {
 
 struct MarkerExport {
   std::string repaired;  // what of the clip file was repaired; empty for nothing
+  std::string fault;     // what is wrong with the written clip; empty for nothing
   bool opened;
 };
 
@@ -61,8 +62,9 @@ void require_clip(const std::string& clip);
 MarkerExport export_markers(Controller& controller, const std::string& clip,
                             const ClipTarget* target);
 
-// The line for standard error that tells what of the clip was repaired; empty for nothing.
-std::string repair_line(const std::string& clip, const std::string& repaired);
+// The line for standard error about the clip: what is wrong with the output, or else what of the clip
+// was repaired; empty for nothing.
+std::string clip_line(const MarkerExport& done, const std::string& clip, const std::string& output);
 
 // Runs the program with the file as its one argument, and waits; a program that fails is a failure.
 void open_file(const std::string& program, const std::string& file);

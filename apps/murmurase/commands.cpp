@@ -240,7 +240,7 @@ void write_markers(const MovieOptions& options, const std::string& clip, const s
     with_movie(options, [&](Controller& controller) {
       const MarkerExport done = export_markers(controller, clip, &target);
       if (!open_with.empty()) open_file(open_with, output);
-      std::fputs(repair_line(clip, done.repaired).c_str(), stderr);
+      std::fputs(clip_line(done, clip, output).c_str(), stderr);
     });
     return;
   }
@@ -253,7 +253,7 @@ void write_markers(const MovieOptions& options, const std::string& clip, const s
     const MarkerExport done = export_markers(controller, clip, nullptr);
     if (!open_with.empty() && !done.opened) throw not_opened(open_with, written);
     print(printable(written) + '\n');
-    std::fputs(repair_line(clip, done.repaired).c_str(), stderr);
+    std::fputs(clip_line(done, clip, written).c_str(), stderr);
   });
 }
 

@@ -21,12 +21,12 @@ namespace fs = std::filesystem;
 // The functions of the interface that this host calls.
 // clang-format off
 #define FUNCTIONS(F) \
-  F(call) F(controller_new) F(document_repair) F(end_tool) F(error_free) F(error_message)   \
-  F(get) F(get_boolean) F(get_integer) F(get_real) F(get_text) F(interface_version)         \
-  F(list_append) F(list_get) F(new_integer) F(new_list) F(new_real) F(new_record)           \
-  F(new_text) F(record_get) F(record_key) F(record_set) F(set) F(set_host_ui_active)        \
-  F(set_open_command) F(size) F(startup_error) F(temp_xml_file) F(tool_status)              \
-  F(value_free) F(value_kind)
+  F(call) F(clip_fault) F(controller_new) F(document_repair) F(end_tool) F(error_free)      \
+  F(error_message) F(get) F(get_boolean) F(get_integer) F(get_real) F(get_text)             \
+  F(interface_version) F(list_append) F(list_get) F(new_integer) F(new_list) F(new_real)    \
+  F(new_record) F(new_text) F(record_get) F(record_key) F(record_set) F(set)                \
+  F(set_host_ui_active) F(set_open_command) F(size) F(startup_error) F(temp_xml_file)       \
+  F(tool_status) F(value_free) F(value_kind)
 // clang-format on
 
 struct Interface {
@@ -282,6 +282,14 @@ std::string Controller::read_clip(const std::string& path) {
     text += fmt::format(" and {} more", numbers.size() - most_shown);
   }
   return text;
+}
+
+std::string Controller::clip_fault() const {
+  int64_t line = 0;
+  const char* fault = module.clip_fault(controller_, &line);
+  if (fault == nullptr) return {};
+  return line > 0 ? fmt::format("its line {} is not well-formed XML ({})", line, fault)
+                  : fmt::format("it is not well-formed XML ({})", fault);
 }
 
 Value Controller::call(const char* operation, std::initializer_list<json> arguments) {

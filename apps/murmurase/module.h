@@ -68,6 +68,8 @@ class Controller {
   void set(const char* name, const json& value);
   // Reads a clip file into clip_xml. Gives what of it was repaired; empty for nothing.
   std::string read_clip(const std::string& path);
+  // What is wrong with the clip that was last written, and where; empty for nothing.
+  std::string clip_fault() const;
   // Gives what the operation gives. A null handle is the null value.
   Value call(const char* operation, std::initializer_list<json> arguments);
 

@@ -281,8 +281,9 @@ MURMURASE_CHECKED murmurase_error* murmurase_set(murmurase_controller* controlle
  *   build_words_array(grouping)                   sets words_array; null. grouping: words in a phrase,
  *                                                 a whole number from 1, 100 for no limit
  *   save_to_text(grouping, path)                  writes the text transcript; null
- *   save_to_excel(grouping, path)                 writes an Excel 97-2003 workbook, a row a phrase; null.
- *                                                 "Time Out" is the end of the phrase's first word
+ *   save_to_excel(grouping, path)                 writes an Excel 97-2003 workbook, a row a phrase; null,
+ *                                                 which is what closing the workbook gives. "Time Out"
+ *                                                 is the end of the phrase's first word
  *   create_clip_with_markers()                    adds the phrases to a copy of clip_xml as markers,
  *                                                 writes it to the file Parlenda.xml in the working
  *                                                 folder and has it opened, see
@@ -292,9 +293,12 @@ MURMURASE_CHECKED murmurase_error* murmurase_set(murmurase_controller* controlle
  *                                                 where the phrase before it starts
  *
  * Limits against hostile inputs, beyond which an operation ends in an error that names the limit: 512
- * MiB for a clip file, for its repaired text and for what the XMP tool prints; 10 million elements,
- * attributes and other parts of a packet, 2 million of a clip; 10 MB for a text; 256 levels of nesting;
- * 100,000 different names; 64 KiB for a document type; 65,535 phrases in a workbook, 1 million in a clip.
+ * MiB for a clip file, for its repaired text, for what the XMP tool prints and for what its entities
+ * stand for; 10 million elements, attributes and other parts of a packet, 6 million of a clip; 10 MB for
+ * a text of a clip or a field of a packet; 256 levels of nesting; 500,000 different names; 26,000
+ * attributes or namespaces of one element, and 1,000 million comparisons of these with one another; 1
+ * MiB for a document type, with 10,000 declared attributes and 1,000 default values; 65,535 phrases in a
+ * workbook, 1 million in a clip.
  *
  * `arguments` may be NULL when `count` is 0. `result` may be NULL when the result is not wanted.
  * Errors: name for an unknown operation (every one before start-up); argument, "wrong number of
@@ -304,6 +308,18 @@ MURMURASE_CHECKED murmurase_error* murmurase_call(murmurase_controller* controll
                                                   const char* operation,
                                                   const murmurase_value* const* arguments,
                                                   size_t count, murmurase_value** result);
+
+/*
+ * What is wrong with the clip that the controller's last successful create_clip_with_markers wrote, in
+ * one line of UTF-8; NULL when it is well-formed XML with namespaces (XML 1.0, Namespaces in XML 1.0),
+ * and before the first. A clip file that no repair could make well-formed is written as far as it was
+ * read: other programs may refuse it, so a host should show its user the place. `line`, which may be
+ * NULL, becomes the line of the written file at which a reader finds the fault, from 1, or 0 when
+ * there is no such line; it stays as it was when the result is NULL. The text lives until the
+ * controller's next create_clip_with_markers.
+ */
+MURMURASE_API const char* murmurase_clip_fault(const murmurase_controller* controller,
+                                               int64_t* line);
 
 /*
  * How the XMP tool of the last parse_xmp_from_mov ended, as waitpid() reports it: why the tool failed

@@ -65,6 +65,7 @@ struct Controller : ControllerState {
 
   Process& process;
   HostBridge& host;
+  std::optional<XmlFault> clip_fault;  // of the last clip written; absent when it is well-formed
 };
 
 // The field's value, or the error for a field that an operation needs and finds absent.

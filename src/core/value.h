@@ -14,6 +14,14 @@ namespace murmurase {
 // A parsed document, alive as long as a handle refers to it.
 using XmlDocument = std::shared_ptr<_xmlDoc>;
 
+// Why a text is not well-formed XML with namespaces: the first of its faults.
+struct XmlFault {
+  int line = 0;  // from 1; 0 when no single line is at fault
+  std::string reason;
+
+  bool operator==(const XmlFault&) const = default;
+};
+
 // One node of a document, which it keeps alive.
 struct XmlElement {
   XmlDocument document;

@@ -207,7 +207,9 @@ bool create_clip_with_markers(Controller& controller) {
                 "TEMP_XML_FILE is not set: start-up found no Application Support directory");
   }
   const std::string& path = *process.temp_xml_file;
-  process.platform.replace_file(path, xml::serialize(document, clip_name(document)));
+  xml::Serialized file = xml::serialize(document, clip_name(document));
+  process.platform.replace_file(path, file.bytes);
+  controller.clip_fault = std::move(file.fault);
   controller.clip_xml_clone.reset();
   process.platform.set_finder_info(path, final_cut_pro_creator);
   return process.open_command && process.platform.open_with(*process.open_command, path);

@@ -24,12 +24,15 @@ inline constexpr std::string_view plain_marker =
 // ends one frame before that, and starts where the phrase before it starts, the first marker at 0.
 // The field `in` holds the last start frame.
 //
+// A clip that its repair left without a well-formed form is written all the same; clip_fault then
+// says what is wrong with it, and is absent after every other clip.
+//
 // clip_xml_clone, the working copy, is absent after the clip was written. After an error it keeps
 // what was changed so far, and the next export goes on from there; a file at TEMP_XML_FILE is as it
 // was. Errors: those of build_words_array; type for a grouping value that is not whole; missing
 // value without clip_xml, for a clip without xmeml, clip, updatebehavior or rate/timebase, and for
 // a phrase whose speaker is not listed; xml for a name or words that XML cannot hold, and for a
-// clip that cannot be written as XML; range for a start frame that 64 bits cannot count (the error
+// clip in an encoding that hides its markup; range for a start frame that 64 bits cannot count (the error
 // names the marker), and for more than a million phrases; name without TEMP_XML_FILE; system when it
 // cannot be written.
 bool create_clip_with_markers(Controller& controller);

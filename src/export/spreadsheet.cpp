@@ -9,7 +9,6 @@
 #include "export/time_label.h"
 #include "model/speaker_list.h"
 #include "model/word_grouping.h"
-#include "platform/platform.h"
 #include "platform/workbook/biff8.h"
 #include "platform/workbook/workbook.h"
 
@@ -24,8 +23,6 @@ struct Column {
 // A timecode and a speaker's label fit into the first three.
 constexpr Column columns[] = {
     {"Time In", 11}, {"Time Out", 11}, {"Speaker", 10}, {"Transcript", 50}, {"File Path", 0}};
-
-constexpr std::size_t most_phrases = workbook::biff8::max_rows - 1;  // the header is a row too
 
 void write_header(workbook::Workbook& book) {
   const workbook::Format bold = book.add_format({.bold = true});
@@ -56,12 +53,23 @@ void write_words(workbook::Workbook& book, std::size_t row, const std::string& w
   }
 }
 
+// The time in comes first: it is the cell that the writer refuses in a row too many.
+void write_time_in(workbook::Workbook& book, std::size_t row, const std::string& label) {
+  try {
+    book.write(row, 0, label);
+  } catch (const Error& error) {
+    throw Error(error.kind(), fmt::format("{}, and so {} phrases under its header: group more "
+                                          "words into each phrase",
+                                          error.what(), workbook::biff8::max_rows - 1));
+  }
+}
+
 void write_phrases(workbook::Workbook& book, const Controller& controller) {
-  const SpeakerLookup speakers(*controller.speakers_array);
+  const SpeakerLookup speakers(required(controller.speakers_array, "speakers_array"));
   std::size_t row = 0;
-  for (const WordGroup& phrase : *controller.words_array) {
+  for (const WordGroup& phrase : required(controller.words_array, "words_array")) {
     ++row;
-    book.write(row, 0, time_label(controller, phrase.time_in));
+    write_time_in(book, row, time_label(controller, phrase.time_in));
     book.write(row, 1, time_label(controller, phrase.time_out));
     write_path(book, row, required(controller.mov_file_path, "mov_file_path"));
     book.write(row, 2, display_name(speakers.get(phrase.speaker)));
@@ -73,18 +81,11 @@ void write_phrases(workbook::Workbook& book, const Controller& controller) {
 
 void save_to_excel(Controller& controller, std::int64_t grouping, const std::string& path) {
   build_words_array(controller, grouping);
-  const std::size_t phrases = required(controller.words_array, "words_array").size();
-  if (phrases > most_phrases) {
-    throw Error(ErrorKind::range,
-                fmt::format("{} phrases are more than the {} that a workbook takes as rows; group "
-                            "more words into each",
-                            phrases, most_phrases));
-  }
-  workbook::Workbook book;
+  workbook::Workbook book(controller.process.platform, path);
   book.add_worksheet();
   write_header(book);
   write_phrases(book, controller);
-  controller.process.platform.replace_file(path, book.close());
+  book.close();
 }
 
 }  // namespace murmurase

@@ -9,7 +9,8 @@ namespace murmurase {
 
 // Groups the words (see build_words_array) and writes them to the file at `path` as an Excel 97-2003
 // workbook: under a bold header, a row for each phrase with its time in and time out (see
-// time_label; the time out is the end of the phrase's first word), the speaker's display name, the words and the movie's path, all as text.
+// time_label; the time out is the end of the phrase's first word), the speaker's display name, the words and
+// the movie's path, all as text. Gives nothing, which is what the workbook's close gives.
 //
 // Builds the workbook in memory and opens the file last: after an error a file at `path` is as it
 // was. Errors: those of build_words_array and time_label; missing value for a phrase whose speaker is

@@ -23,13 +23,13 @@ namespace {
 }
 
 [[noreturn]] void fail_without_xml(const std::string& path, const xml::Recovery& recovery) {
-  const std::string& problem = recovery.first_problem;
-  fail(path, fmt::format("{}; {}", problem.empty() ? "it holds none" : problem, wanted_clip));
+  fail(path, fmt::format("{}; {}", recovery.fault ? recovery.fault->reason : "it holds none",
+                         wanted_clip));
 }
 
 xml::Recovery parse(std::string_view text, xml::Blanks blanks, xml::Wanted wanted,
                     const std::string& path) {
-  xml::Recovery recovery = xml::recover(text, xml::clip_limit, blanks, wanted);
+  xml::Recovery recovery = xml::recover(text, blanks, wanted);
   if (!recovery.document) fail_without_xml(path, recovery);
   return recovery;
 }

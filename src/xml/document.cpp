@@ -14,16 +14,15 @@
 namespace murmurase::xml {
 namespace {
 
-// What one parse keeps beside libxml2's own context, which points here with _private.
-struct ValueParse {
-  Source& source;
+// What one parse keeps beside its source.
+struct ValueParse : Source {
   const void* main_context = nullptr;    // an entity's content is parsed in a context of its own
   const xmlChar* space = nullptr;        // interned: names compare by address
   std::vector<const xmlChar*> values{};  // interned
+  std::size_t value_bytes = 0;           // of the outermost value element's text
   std::size_t depth_in_value = 0;        // elements open from the outermost value element on
   std::unordered_map<const xmlEntity*, std::string> entities{};  // what they stand for
   std::size_t entity_text_so_far = 0;                            // bytes
-  std::size_t parts = 0;                                         // and problems
   bool memory_ran_out = false;
   bool malformed = false;
 };
@@ -31,15 +30,11 @@ struct ValueParse {
 // Bytes that all references to entities together may stand for; metadata has no use for any.
 constexpr std::size_t most_entity_text = std::size_t{1} << 20;
 
+constexpr std::size_t longest_value = 10'000'000;
+
 const std::string& entity_text(ValueParse& state, const xmlEntity* entity);
 
-ValueParse& state_of(void* context) {
-  return *static_cast<ValueParse*>(static_cast<xmlParserCtxt*>(context)->_private);
-}
-
-void stop(void* context, const char* limit) {
-  end_early(state_of(context).source, *static_cast<xmlParserCtxt*>(context)->sax, limit);
-}
+ValueParse& state_of(void* context) { return static_cast<ValueParse&>(source_of(context)); }
 
 bool is_text(const xmlNode* node) {
   return node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE;
@@ -49,11 +44,11 @@ void start_element(void* context, const xmlChar* local, const xmlChar* prefix, c
                    int namespace_count, const xmlChar** namespaces, int attribute_count,
                    int /*defaulted_count*/, const xmlChar** /*attributes*/) {
   ValueParse& state = state_of(context);
-  state.parts += static_cast<std::size_t>(1 + namespace_count + attribute_count);
-  if (state.parts > packet_limit.parts) stop(context, packet_limit.passed);
+  count_parts(context, 1 + namespace_count + attribute_count);
+  count_element(context, namespace_count, attribute_count);
   if (state.depth_in_value > 0 ||
       (uri == state.space && std::ranges::find(state.values, local) != state.values.end())) {
-    ++state.depth_in_value;
+    if (++state.depth_in_value == 1) state.value_bytes = 0;
   }
   xmlSAX2StartElementNs(context, local, prefix, uri, namespace_count, namespaces, 0, 0, nullptr);
 }
@@ -71,7 +66,14 @@ bool counts(void* context) {
 }
 
 void characters(void* context, const xmlChar* text, int length) {
-  if (counts(context)) xmlSAX2Characters(context, text, length);
+  if (!counts(context)) return;
+  ValueParse& state = state_of(context);
+  state.value_bytes += static_cast<std::size_t>(length);
+  if (state.value_bytes > longest_value) {
+    end_early(state, "a text in it is longer than 10 MB");
+  } else {
+    xmlSAX2Characters(context, text, length);
+  }
 }
 
 // Appends what an entity stands for, each entity within it being worked out once. The parser has
@@ -95,12 +97,6 @@ const std::string& entity_text(ValueParse& state, const xmlEntity* entity) {
   return text;
 }
 
-// An entity's content that came to a limit leaves its outer contents running, to refer to it again and
-// again; they find nothing any more.
-xmlEntity* get_entity(void* context, const xmlChar* name) {
-  return state_of(context).source.limit == nullptr ? xmlSAX2GetEntity(context, name) : nullptr;
-}
-
 // A reference in a value counts with its content; external entities have none, for they are not
 // loaded. In an entity's own content it stays a reference until the entity is referred to.
 void reference(void* context, const xmlChar* name) {
@@ -111,7 +107,7 @@ void reference(void* context, const xmlChar* name) {
     const std::string& text = entity_text(state, xmlSAX2GetEntity(context, name));
     state.entity_text_so_far += text.size();
     if (state.entity_text_so_far > most_entity_text) {
-      stop(context, "its entities expand without measure");
+      end_early(state, "its entities expand without measure");
     } else {
       xmlSAX2Characters(context, as_xml(text.c_str()), static_cast<int>(text.size()));
     }
@@ -119,15 +115,16 @@ void reference(void* context, const xmlChar* name) {
 }
 
 void note_problem(void* context, Problem* problem) {
-  if (state_of(context).source.limit != nullptr) return;  // what follows from the limit
+  ValueParse& state = state_of(context);
+  if (state.limit != nullptr) return;  // what follows from the limit
   Limits limits;
   limits.note(*problem);
-  state_of(context).malformed = true;
+  state.malformed = true;
   if (problem->code == XML_ERR_UNSUPPORTED_ENCODING) limits.passed = "its encoding is unknown";
-  if (++state_of(context).parts > packet_limit.parts) limits.passed = packet_limit.passed;
-  if (limits.memory_ran_out) state_of(context).memory_ran_out = true;
+  count_parts(context, 1);
+  if (limits.memory_ran_out) state.memory_ran_out = true;
   if (limits.memory_ran_out || limits.passed != nullptr) {
-    stop(context, limits.memory_ran_out ? "memory has run out" : limits.passed);
+    end_early(state, limits.memory_ran_out ? "memory has run out" : limits.passed);
   }
 }
 
@@ -201,9 +198,8 @@ XmlDocument parse_once(std::string_view bytes, std::span<const char* const> valu
   if (bytes.empty()) fail("it is empty");
   Limits beside;  // what libxml2 reports though its parser does not
   const ProblemChannel channel(note_limits, &beside);
-  Source source{bytes};
-  const Context context = open_parser(source, XML_PARSE_COMPACT);
-  ValueParse state{source};
+  ValueParse state{{bytes}};
+  const Context context = open_parser(state, XML_PARSE_COMPACT | XML_PARSE_HUGE);
   state.main_context = context.get();
   const auto interned = [&](const char* name) {
     const xmlChar* known = xmlDictLookup(context->dict, as_xml(name), -1);
@@ -212,7 +208,6 @@ XmlDocument parse_once(std::string_view bytes, std::span<const char* const> valu
   };
   state.space = interned(space);
   for (const char* value : values) state.values.push_back(interned(value));
-  context->_private = &state;
   xmlSAXHandler& sax = *context->sax;
   sax.startElementNs = start_element;
   sax.endElementNs = end_element;
@@ -220,8 +215,7 @@ XmlDocument parse_once(std::string_view bytes, std::span<const char* const> valu
   sax.ignorableWhitespace = characters;
   sax.cdataBlock = characters;  // a text like any other, and joined with its neighbours
   sax.comment = nullptr;
-  sax.processingInstruction = nullptr;
-  sax.getEntity = get_entity;
+  sax.processingInstruction = count_instruction;
   sax.reference = reference;
   sax.serror = note_problem;
   xmlParseDocument(context.get());
@@ -229,7 +223,7 @@ XmlDocument parse_once(std::string_view bytes, std::span<const char* const> valu
   XmlDocument document = own(context->myDoc);
   context->myDoc = nullptr;
   if (state.memory_ran_out || beside.memory_ran_out) throw std::bad_alloc();
-  if (source.limit != nullptr) fail(source.limit);
+  if (state.limit != nullptr) fail(state.limit);
   if (!document || xmlDocGetRootElement(document.get()) == nullptr) fail("it holds no element");
   malformed = state.malformed;
   return document;

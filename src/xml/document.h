@@ -22,21 +22,15 @@ struct Name {
 // The most that a document may be made of: elements, attributes, namespace declarations, comments,
 // instructions, CDATA sections, references, and faults. Each takes memory of its own, however short it
 // is written, and texts cannot outnumber them. An hour of speech is about 100,000.
-struct PartLimit {
-  std::size_t parts;
-  const char* passed;  // as a message says it
-};
-inline constexpr PartLimit packet_limit{
-    10'000'000, "it has more than 10 million elements, other parts or faults"};
-inline constexpr PartLimit clip_limit{2'000'000,
-                                      "it has more than 2 million elements, other parts or faults"};
+inline constexpr std::size_t most_packet_parts = 10'000'000;
+inline constexpr std::size_t most_clip_parts = 6'000'000;  // which an export copies and writes
 
 // Parses a packet leniently: what is malformed is passed over. Character data is kept only inside
 // elements of the names in `values` (which share one namespace), and attributes nowhere: what no
 // look-up can see is not built, which spares two fifths of a transcription's nodes. Internal entities
 // are replaced by their content. `what` names the packet in errors. Errors: xml when there is no root
-// element, or when a limit that guards against hostile documents (nesting, exploding entities, giant
-// texts, packet_limit) is passed; memory.
+// element, or when a limit that guards against hostile documents (nesting, exploding entities, too many
+// names, texts of 10 MB, most_packet_parts) is passed; memory.
 XmlDocument parse_values(std::string_view bytes, std::span<const char* const> values,
                          const char* space, std::string_view what);
 

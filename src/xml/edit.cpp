@@ -10,6 +10,7 @@
 #include "core/utf8.h"
 #include "xml/parser.h"
 #include "xml/recovery.h"
+#include "xml/writer_settings.h"
 
 namespace murmurase::xml {
 namespace {
@@ -63,6 +64,30 @@ void note_problem(void* data, Problem* problem) noexcept {
   } catch (...) {
     output.memory_ran_out = true;
   }
+}
+
+[[noreturn]] void fail(std::string_view what, std::string_view reason) {
+  throw Error(ErrorKind::xml, fmt::format("{} cannot be written as XML: {}", what, reason));
+}
+
+// In the document's own encoding when none is given.
+std::string written(const XmlDocument& document, const char* encoding, std::string_view what) {
+  Output output;
+  const ProblemChannel channel(note_problem, &output);
+  const WriterSettings settings;
+  xmlSaveCtxt* save = xmlSaveToIO(append, nullptr, &output, encoding, XML_SAVE_FORMAT);
+  const bool saved = save != nullptr && xmlSaveDoc(save, document.get()) >= 0;
+  const bool closed = save != nullptr && xmlSaveClose(save) >= 0;
+  if (output.memory_ran_out) throw std::bad_alloc();
+  if (!output.problem.empty()) fail(what, output.problem);
+  if (!saved || !closed) fail(what, "the writer failed");
+  return std::move(output.bytes);
+}
+
+std::optional<XmlFault> fault_of(std::string_view bytes) {
+  Recovery reread = recover(bytes, Blanks::keep, Wanted::never);
+  if (reread.limit != nullptr) return XmlFault{0, reread.limit};
+  return std::move(reread.fault);
 }
 
 }  // namespace
@@ -138,33 +163,20 @@ void Builder::shared_text(xmlNode* parent, Shared text) {
   xmlAddChild(parent, node);
 }
 
-std::string serialize(const XmlDocument& document, std::string_view what) {
-  const auto fail = [&](std::string_view reason) {
-    throw Error(ErrorKind::xml, fmt::format("{} cannot be written as XML: {}", what, reason));
-  };
-  Output output;
-  const ProblemChannel channel(note_problem, &output);
-  xmlSaveCtxt* save = xmlSaveToIO(append, nullptr, &output, nullptr, XML_SAVE_FORMAT);
-  const bool saved = save != nullptr && xmlSaveDoc(save, document.get()) >= 0;
-  const bool closed = save != nullptr && xmlSaveClose(save) >= 0;
-  if (output.memory_ran_out) throw std::bad_alloc();
-  if (!output.problem.empty()) fail(output.problem);
-  if (!saved || !closed) fail("the writer failed");
-  // Recovery may build what no XML can say, such as a comment with two hyphens in it. Some encodings,
-  // such as UTF-7, write markup in ways in which no reader finds it.
-  const bool recovered = (document->properties & XML_DOC_WELLFORMED) == 0;
+Serialized serialize(const XmlDocument& document, std::string_view what) {
+  Serialized result{written(document, nullptr, what), std::nullopt};
+  constexpr int sound = XML_DOC_WELLFORMED | XML_DOC_NSVALID;
+  const bool recovered = (document->properties & sound) != sound;
   const bool in_utf8 =
       document->encoding == nullptr || xmlStrcasecmp(document->encoding, as_xml("UTF-8")) == 0;
-  if (recovered || !in_utf8) {
-    const Recovery reread = recover(output.bytes, clip_limit, Blanks::keep, Wanted::never);
-    const std::string reason = reread.limit != nullptr ? reread.limit : reread.first_problem;
-    if (!reread.well_formed && recovered) fail(reason + "; correct that in the clip");
-    if (!reread.well_formed) {
-      fail(fmt::format("{}; save the clip in UTF-8, not {}", reason,
-                       printable(as_char(document->encoding))));
-    }
+  if (!recovered && in_utf8) return result;
+  result.fault = fault_of(result.bytes);
+  // Some encodings, such as UTF-7, write markup in ways in which no reader finds it.
+  if (result.fault && !in_utf8 && result.fault != fault_of(written(document, "UTF-8", what))) {
+    fail(what, fmt::format("{}; save the clip in UTF-8, not {}", result.fault->reason,
+                           printable(as_char(document->encoding))));
   }
-  return std::move(output.bytes);
+  return result;
 }
 
 }  // namespace murmurase::xml

@@ -2,6 +2,7 @@
 
 #include <libxml/tree.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -44,10 +45,17 @@ class Builder {
   xmlDoc* document_;
 };
 
+struct Serialized {
+  std::string bytes;
+  std::optional<XmlFault> fault;  // absent when the bytes are well-formed XML with namespaces
+};
+
 // The document as a file's bytes, ending in a line feed: in the encoding that it was read in, with
 // a character reference for each character which that lacks, and indented by two spaces a level but
-// where an element holds text. `what` names the document in errors. Errors: xml for a document that
-// cannot be written as well-formed XML, which recovery may leave; memory.
-std::string serialize(const XmlDocument& document, std::string_view what);
+// where an element holds text. A document that recovery left may have no well-formed form, such as
+// one with two hyphens in a comment: the bytes then hold what it holds, and `fault` says why they are
+// no XML. `what` names the document in errors. Errors: xml for an encoding in which no reader finds
+// the markup, such as UTF-7; memory.
+Serialized serialize(const XmlDocument& document, std::string_view what);
 
 }  // namespace murmurase::xml

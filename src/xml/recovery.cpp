@@ -12,56 +12,42 @@ namespace {
 
 struct Problems {
   Recovery& recovery;
-  const PartLimit& most;
   Source& source;
-  xmlSAXHandler* builder = nullptr;
-  xmlSAXHandler* unwanted = nullptr;  // builds what is not wanted after a problem; or null
+  bool unwanted_after_one = false;  // what comes after a problem
   Limits limits;
-  std::size_t parts = 0;  // of the document, and problems
 };
-
-void count(Problems& problems, int parts) {
-  problems.parts += static_cast<std::size_t>(parts);
-  if (problems.parts > problems.most.parts) {
-    end_early(problems.source, *problems.builder, problems.most.passed);
-  }
-}
-
-void count(void* context, int parts) {
-  count(*static_cast<Problems*>(static_cast<xmlParserCtxt*>(context)->_private), parts);
-}
 
 void start_element(void* context, const xmlChar* local, const xmlChar* prefix, const xmlChar* uri,
                    int namespace_count, const xmlChar** namespaces, int attribute_count,
                    int defaulted_count, const xmlChar** attributes) {
-  count(context, 1 + namespace_count + attribute_count);
+  count_parts(context, 1 + namespace_count + attribute_count);
+  count_element(context, namespace_count, attribute_count);
   xmlSAX2StartElementNs(context, local, prefix, uri, namespace_count, namespaces, attribute_count,
                         defaulted_count, attributes);
 }
 
 void comment(void* context, const xmlChar* text) {
-  count(context, 1);
+  count_parts(context, 1);
   xmlSAX2Comment(context, text);
 }
 
 void instruction(void* context, const xmlChar* target, const xmlChar* text) {
-  count(context, 1);
+  count_parts(context, 1);
+  count_instruction(context, target, text);
   xmlSAX2ProcessingInstruction(context, target, text);
 }
 
 void cdata(void* context, const xmlChar* text, int length) {
-  count(context, 1);
+  count_parts(context, 1);
   xmlSAX2CDataBlock(context, text, length);
 }
 
 void reference(void* context, const xmlChar* name) {
-  count(context, 1);
+  count_parts(context, 1);
   xmlSAX2Reference(context, name);
 }
 
-void count_parts(xmlParserCtxt& context, Problems& problems) {
-  context._private = &problems;
-  xmlSAXHandler& builder = *context.sax;
+void build_counted(xmlSAXHandler& builder) {
   builder.startElementNs = start_element;
   builder.comment = comment;
   builder.processingInstruction = instruction;
@@ -75,21 +61,27 @@ std::string in_one_line(const xmlError& problem) {
   return printable(words.substr(0, words.find('\n')));
 }
 
+// Warnings are none, nor is a namespace that is no URI, nor what only a validating parser minds.
+bool is_fault(const xmlError& problem) {
+  return problem.level == XML_ERR_FATAL ||
+         (problem.level == XML_ERR_ERROR && problem.domain == XML_FROM_NAMESPACE &&
+          problem.code != XML_WAR_NS_URI);
+}
+
 void note_problem(void* data, Problem* problem) noexcept {
   auto& problems = *static_cast<Problems*>(data);
-  auto& [recovery, most, source, builder, unwanted, limits, parts] = problems;
-  if (unwanted != nullptr) build_no_more(*unwanted);
+  auto& [recovery, source, unwanted_after_one, limits] = problems;
+  if (source.parser == nullptr) return limits.note(*problem);  // no memory for the parser itself
+  if (unwanted_after_one) build_no_more(*source.parser->sax);
   try {
     limits.note(*problem);
-    count(problems, 1);
+    count_parts(source.parser, 1);
     if (source.limit != nullptr) return;
     std::vector<int>& lines = recovery.problem_lines;
-    const bool harmless = problem->level == XML_ERR_WARNING || problem->code == XML_WAR_NS_URI;
-    if (recovery.first_problem.empty() && !harmless) {
-      recovery.first_problem = in_one_line(*problem);
-      recovery.first_problem_line = problem->line;
-    }
     if (lines.empty() || lines.back() != problem->line) lines.push_back(problem->line);
+    if (!recovery.fault && is_fault(*problem)) {
+      recovery.fault = {problem->line, in_one_line(*problem)};
+    }
   } catch (...) {
     limits.memory_ran_out = true;  // nothing may be thrown through the parser
   }
@@ -97,17 +89,20 @@ void note_problem(void* data, Problem* problem) noexcept {
 
 }  // namespace
 
-Recovery recover(std::string_view bytes, const PartLimit& most, Blanks blanks, Wanted wanted) {
+Recovery recover(std::string_view bytes, Blanks blanks, Wanted wanted, Kind kind) {
   Recovery recovery;
   Source source{bytes};
-  Problems problems{recovery, most, source, nullptr, nullptr, {}, 0};
+  if (kind == Kind::clip) {
+    source.most_parts = most_clip_parts;
+    source.too_many_parts = "it has more than 6 million elements, other parts or faults";
+  }
+  Problems problems{recovery, source, wanted == Wanted::only_without_problems, {}};
   const ProblemChannel channel(note_problem, &problems);
-  const int options = blanks == Blanks::drop ? XML_PARSE_NOBLANKS : 0;
+  const int options = (blanks == Blanks::drop ? XML_PARSE_NOBLANKS : 0) |
+                      (kind == Kind::packet ? XML_PARSE_HUGE : 0);
   const Context context = open_parser(source, options | XML_PARSE_COMPACT);
-  problems.builder = context->sax;
-  count_parts(*context, problems);
+  build_counted(*context->sax);
   if (wanted == Wanted::never) build_no_more(*context->sax);
-  if (wanted == Wanted::only_without_problems) problems.unwanted = context->sax;
   xmlParseDocument(context.get());
   recovery.document = own(context->myDoc);
   context->myDoc = nullptr;

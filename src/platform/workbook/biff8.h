@@ -19,6 +19,8 @@ enum class Type : std::uint16_t {
   password = 0x0013,
   header = 0x0014,
   footer = 0x0015,
+  extern_sheet = 0x0017,
+  name = 0x0018,
   win_protect = 0x0019,
   selection = 0x001D,
   date_1904 = 0x0022,
@@ -28,6 +30,7 @@ enum class Type : std::uint16_t {
   continue_ = 0x003C,
   window1 = 0x003D,
   backup = 0x0040,
+  pane = 0x0041,
   code_page = 0x0042,
   def_col_width = 0x0055,
   write_access = 0x005C,
@@ -54,6 +57,7 @@ enum class Type : std::uint16_t {
   rr_tab_id = 0x013D,
   uses_elfs = 0x0160,
   dsf = 0x0161,
+  sup_book = 0x01AE,
   prot_4_rev = 0x01AF,
   refresh_all = 0x01B7,
   prot_4_rev_pass = 0x01BC,
@@ -135,10 +139,20 @@ inline constexpr std::uint16_t column_set_by_user = 0x0002;
 // Windows and sheet settings.
 inline constexpr std::uint16_t window1_flags = 0x0038;  // both scroll bars and the tabs
 inline constexpr std::uint16_t window1_tab_ratio = 600;
-inline constexpr std::uint16_t window2_flags = 0x06B6;  // grid, headings, zeros; selected, shown
+inline constexpr std::uint16_t window2_flags = 0x07BE;  // grid, headings, zeros; frozen, selected
 inline constexpr std::uint16_t grid_color_automatic = 64;
-inline constexpr std::uint16_t ws_bool_flags = 0x04C1;  // page breaks, outline sums below, right
-inline constexpr std::uint16_t setup_no_printer = 0x0004;
+inline constexpr std::uint16_t ws_bool_flags = 0x05C1;  // fit to pages, outline sums below, right
+inline constexpr std::uint8_t pane_bottom_left = 2;
 inline constexpr std::uint8_t pane_top_left = 3;
+
+// Printing. Flags 0 of SETUP are landscape, by the fields of SETUP and not by a printer's.
+inline constexpr std::uint16_t setup_default_paper = 0;
+inline constexpr std::uint16_t setup_landscape = 0x0000;
+inline constexpr std::uint16_t setup_dots_per_inch = 600;
+inline constexpr std::uint16_t setup_any_height = 0;      // as many pages as it takes
+inline constexpr std::uint16_t sup_book_itself = 0x0401;  // references are to this workbook
+inline constexpr std::uint16_t name_built_in = 0x0020;
+inline constexpr std::uint8_t name_print_titles = 0x07;
+inline constexpr std::uint8_t formula_area = 0x3B;  // PtgArea3d, by reference
 
 }  // namespace murmurase::workbook::biff8

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "core/error.h"
+#include "platform/platform.h"
 #include "platform/workbook/biff8.h"
 #include "platform/workbook/cell_text.h"
 #include "platform/workbook/compound_file.h"
@@ -45,7 +46,7 @@ Format Workbook::add_format(FormatProperties properties) {
 void Workbook::write(std::size_t row, std::size_t column, std::string_view text, Format format) {
   require_open("write");
   if (row >= biff8::max_rows) {
-    throw_cell_error(row, column, "a sheet holds 65,536 rows; divide the rows between workbooks");
+    throw_cell_error(row, column, "a sheet holds 65,536 rows");
   }
   if (column >= biff8::max_columns) {
     throw_cell_error(row, column, "a sheet holds 256 columns, A to IV; leave out columns");
@@ -82,19 +83,20 @@ void Workbook::set_column(std::size_t first, std::size_t last, double width) {
             widths_.begin() + static_cast<std::ptrdiff_t>(last) + 1, units);
 }
 
-std::string_view Workbook::close() {
+void Workbook::close() {
   require_open("close");
   put_in_order(cells_);
   strings_.finish();
 
-  begin_compound_file(file_);
-  RecordStream records(file_);
+  ByteBuffer file;
+  begin_compound_file(file);
+  RecordStream records(file);
   write_records(records, strings_, cells_, widths_);
-  finish_compound_file(file_);
+  finish_compound_file(file);
   strings_ = {};
   std::vector<Cell>().swap(cells_);
   state_ = State::closed;
-  return file_.view();
+  platform_.replace_file(path_, file.view());
 }
 
 }  // namespace murmurase::workbook

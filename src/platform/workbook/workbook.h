@@ -5,10 +5,14 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
-#include "platform/byte_buffer.h"
 #include "platform/workbook/shared_strings.h"
+
+namespace murmurase {
+class Platform;
+}
 
 namespace murmurase::workbook {
 
@@ -28,13 +32,17 @@ struct Cell {
 };
 
 // A writer of Excel 97-2003 workbooks (BIFF8 = [MS-XLS], in a compound file = [MS-CFB]) with one
-// sheet of text cells. The same calls give the same bytes: no clock, no identifier.
+// sheet of text cells. The same calls give the same bytes: no clock, no identifier. The sheet's first
+// row stays in view and is printed at the top of each page; pages are landscape, and as wide as the sheet.
 //
 // Rows and columns count from 0. A call that throws an Error changes nothing; its
 // message names the cell and what to do. Calls out of order (a write before add_worksheet or after
 // close) throw std::logic_error.
 class Workbook {
  public:
+  // A workbook that close() writes to the file at `path`.
+  Workbook(Platform& platform, std::string path) : platform_(platform), path_(std::move(path)) {}
+
   // Adds the workbook's only sheet, "Sheet1".
   void add_worksheet();
 
@@ -56,23 +64,24 @@ class Workbook {
   // @throws a range error for columns beyond 255 or reversed, and widths out of range.
   void set_column(std::size_t first, std::size_t last, double width);
 
-  // Finishes the workbook.
+  // Finishes the workbook and writes its file, which replaces one of that name. Without close() there
+  // is no file.
   //
-  // @return the file's bytes, which live as long as this object.
-  // @throws std::bad_alloc if there is no memory for it.
-  [[nodiscard]] std::string_view close();
+  // @throws a system error if the file cannot be written; std::bad_alloc if there is no memory for it.
+  void close();
 
  private:
   enum class State { empty, open, closed };
 
   void require_open(const char* operation) const;
 
+  Platform& platform_;
+  std::string path_;
   State state_ = State::empty;
   SharedStrings strings_;
   std::vector<Cell> cells_;
   std::array<std::uint16_t, 256> widths_{};  // in 1/256 digit; 0 is the default width
   std::string encoded_;                      // the current text, kept for its memory
-  ByteBuffer file_;
 };
 
 }  // namespace murmurase::workbook

@@ -48,6 +48,16 @@ void write_formats(RecordStream& out) {
   out.record(Type::style, biff8::style_normal, zero8, u8{0xFF});
 }
 
+// Names row 1 of the sheet "Print_Titles": it is repeated at the top of every printed page.
+void write_print_titles(RecordStream& out) {
+  out.record(Type::sup_book, one, biff8::sup_book_itself);
+  out.record(Type::extern_sheet, one, zero, zero, zero);
+  constexpr u16 formula_size = 11;
+  constexpr u16 last_column = biff8::max_columns - 1;
+  out.record(Type::name, biff8::name_built_in, zero8, u8{1}, formula_size, zero, one, u32{0}, zero8,
+             biff8::name_print_titles, biff8::formula_area, zero, zero, zero, zero, last_column);
+}
+
 // Writes the workbook's globals; returns where the sheet's position goes.
 std::size_t write_globals(RecordStream& out, const SharedStrings& strings, u32 references) {
   write_bof(out, biff8::bof_globals);
@@ -79,6 +89,7 @@ std::size_t write_globals(RecordStream& out, const SharedStrings& strings, u32 r
   const std::string_view name = "Sheet1";
   out.record(Type::bound_sheet, u32{0}, zero, static_cast<u8>(name.size()), zero8, name);
   out.record(Type::country, one, one);
+  write_print_titles(out);
   strings.write(out, references);
   out.record(Type::eof);
   return sheet_position;
@@ -101,7 +112,8 @@ void write_sheet_settings(RecordStream& out) {
   out.record(Type::footer);
   out.record(Type::h_center, zero);
   out.record(Type::v_center, zero);
-  out.record(Type::setup, zero, u16{100}, one, one, one, biff8::setup_no_printer, zero, zero, 0.5,
+  out.record(Type::setup, biff8::setup_default_paper, u16{100}, one, one, biff8::setup_any_height,
+             biff8::setup_landscape, biff8::setup_dots_per_inch, biff8::setup_dots_per_inch, 0.5,
              0.5, one);
 }
 
@@ -169,6 +181,11 @@ u32 write_row_block(RecordStream& out, std::size_t first_row, std::span<const Ce
   return static_cast<u32>(position);
 }
 
+// Selects the row's first cell.
+void write_selection(RecordStream& out, u8 pane, u16 row) {
+  out.record(Type::selection, pane, row, zero, zero, one, row, row, zero8, zero8);
+}
+
 void write_sheet(RecordStream& out, std::span<const Cell> cells, std::span<const u16> widths) {
   write_bof(out, biff8::bof_sheet);
 
@@ -192,8 +209,9 @@ void write_sheet(RecordStream& out, std::span<const Cell> cells, std::span<const
   }
   out.record(Type::window2, biff8::window2_flags, zero, zero, biff8::grid_color_automatic, zero,
              zero, zero, u32{0});
-  out.record(Type::selection, biff8::pane_top_left, zero, zero, zero, one, zero, zero, zero8,
-             zero8);
+  out.record(Type::pane, zero, one, one, zero, biff8::pane_bottom_left, zero8);
+  write_selection(out, biff8::pane_top_left, 0);
+  write_selection(out, biff8::pane_bottom_left, 1);
   out.record(Type::eof);
   out.patch(index_position, index);
 }
