@@ -16,7 +16,6 @@
 #include <filesystem>
 #include <iterator>
 #include <new>
-#include <optional>
 #include <set>
 #include <string_view>
 #include <thread>
@@ -78,8 +77,6 @@ std::string export_movie(const BatchOptions& options, const MovieOptions& movie,
     }
   };
   try {
-    std::optional<ClipTarget> target;
-    if (!options.clip.empty()) target.emplace(base.string() + ".xml");
     load_module();
     Controller controller(movie.words);
     read_movie(controller, movie, notes);
@@ -89,9 +86,10 @@ std::string export_movie(const BatchOptions& options, const MovieOptions& movie,
     write(".xls", [&](const std::string& path) {
       controller.call("save_to_excel", {movie.words, path});
     });
-    if (target) {
-      write(".xml", [&](const std::string&) {
-        const MarkerExport done = export_markers(controller, options.clip, &*target);
+    if (!options.clip.empty()) {
+      write(".xml", [&](const std::string& path) {
+        set_clip_file(path);
+        const MarkerExport done = export_markers(controller, options.clip);
         notes += repair_line(options.clip, done.repaired);
       });
     }

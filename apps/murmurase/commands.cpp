@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -210,25 +211,22 @@ void write_markers(const MovieOptions& options, const std::string& clip, const s
                    const std::string& open_with) {
   std::vector<std::string> inputs = inputs_of(options);
   inputs.push_back(clip);
-  if (!output.empty()) {
-    refuse_to_overwrite_inputs(inputs, output);
-    const ClipTarget target(standard_output_or(output));
-    with_movie(options, [&](Controller& controller) {
-      const MarkerExport done = export_markers(controller, clip, &target);
-      if (!open_with.empty()) open_file(open_with, output);
-      std::fputs(repair_line(clip, done.repaired).c_str(), stderr);
-    });
-    return;
-  }
-  load_module(nullptr);
+  const bool own = output.empty();  // the module's own file
+  if (!own) refuse_to_overwrite_inputs(inputs, output);
+  load_module(own);
   with_movie(options, [&](Controller& controller) {
-    const std::string written = temp_xml_file();
-    refuse_to_overwrite_inputs(inputs, written);
-    const FolderLock lock(std::filesystem::path(written).parent_path());
+    const std::string written = own ? temp_xml_file() : standard_output_or(output);
+    std::optional<FolderLock> lock;
+    if (own) {
+      refuse_to_overwrite_inputs(inputs, written);
+      lock.emplace(std::filesystem::path(written).parent_path());
+    } else {
+      set_clip_file(written);
+    }
     if (!open_with.empty()) set_open_command(open_with);
-    const MarkerExport done = export_markers(controller, clip, nullptr);
+    const MarkerExport done = export_markers(controller, clip);
     if (!open_with.empty() && !done.opened) throw not_opened(open_with, written);
-    print(written + '\n');
+    if (own) print(written + '\n');
     std::fputs(repair_line(clip, done.repaired).c_str(), stderr);
   });
 }

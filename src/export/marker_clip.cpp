@@ -201,12 +201,17 @@ bool create_clip_with_markers(Controller& controller) {
   add_markers(controller, clip, coloured, leading_integer(xml::text_start(timebase)));
 
   Process& process = controller.process;
-  if (!process.temp_xml_file) {
+  if (!process.clip_file && !process.temp_xml_file) {
     throw Error(ErrorKind::name,
                 "TEMP_XML_FILE is not set: start-up found no Application Support directory");
   }
-  const std::string& path = *process.temp_xml_file;
-  process.platform.replace_file(path, xml::serialize(document, clip_name(document)));
+  const auto bytes = xml::serialize(document, clip_name(document));
+  const std::string& path = process.clip_file ? *process.clip_file : *process.temp_xml_file;
+  if (process.clip_file) {
+    process.platform.replace_file(path, bytes);
+  } else {
+    process.platform.replace_own_file(path, bytes);
+  }
   controller.clip_xml_clone.reset();
   process.platform.set_finder_info(path, final_cut_pro_creator);
   return process.open_command && process.platform.open_with(*process.open_command, path);
