@@ -173,6 +173,14 @@ Startup& startup() noexcept {
   return only;
 }
 
+// Sets a choice of the host's, for all controllers; NULL for none.
+murmurase_error* choose(std::optional<std::string> murmurase::Process::*choice, const char* text) {
+  return guarded([&] {
+    startup().module.process.*choice =
+        text == nullptr ? std::nullopt : std::optional<std::string>(text);
+  });
+}
+
 }  // namespace
 
 struct murmurase_controller {
@@ -421,8 +429,9 @@ void murmurase_end_tool(void) { murmurase::system_platform().end_xmp_tool(); }
 void murmurase_set_host_ui_active(bool active) { startup().module.process.host_ui_active = active; }
 
 murmurase_error* murmurase_set_open_command(const char* command) {
-  return guarded([&] {
-    std::optional<std::string>& chosen = startup().module.process.open_command;
-    chosen = command == nullptr ? std::nullopt : std::optional<std::string>(command);
-  });
+  return choose(&murmurase::Process::open_command, command);
+}
+
+murmurase_error* murmurase_set_clip_file(const char* path) {
+  return choose(&murmurase::Process::clip_file, path);
 }

@@ -17,7 +17,7 @@
   F(get_real) F(get_text) F(interface_version) F(list_append) F(list_get) F(list_set)      \
   F(new_boolean) F(new_host_object) F(new_integer) F(new_list) F(new_real) F(new_record)   \
   F(new_text) F(record_get) F(record_key) F(record_set) F(set) F(set_host_ui_active)       \
-  F(set_open_command)                                                                     \
+  F(set_clip_file) F(set_open_command)                                                     \
   F(size) F(startup_error) F(temp_xml_file) F(value_copy) F(value_free) F(value_kind) F(version)
 /* clang-format on */
 
@@ -214,6 +214,7 @@ static void clip_road(murmurase_controller* controller) {
   for (int i = 0; i < 3; ++i) {
     bool opened = false;
     EXPECT(succeeded(m.set_open_command(commands[i])));
+    EXPECT(succeeded(m.set_clip_file(i == 1 ? "/dev/null" : NULL)));
     EXPECT(succeeded(call(controller, "create_clip_with_markers", 0, NULL, NULL, &value)));
     EXPECT(succeeded(m.get_boolean(value, &opened)) && opened == (i == 0));
     m.value_free(value);

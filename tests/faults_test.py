@@ -1,11 +1,13 @@
 """Faults from outside: whatever fails, an output is as it was or whole, nothing else is left, and one
 line tells."""
 
+import contextlib
 import os
 import pathlib
 import resource
 import shutil
 import signal
+import struct
 import subprocess
 import sys
 import time
@@ -20,6 +22,9 @@ OLD = {"text": b"what was there before", "markers": b"<xmeml><clip><marker> <nam
 for ignored in signal.SIGHUP, signal.SIGINT, signal.SIGQUIT:  # by nohup, and by a shell's background jobs
     signal.signal(ignored, signal.SIG_DFL)
 # A sanitizer takes more than there is, and macOS heeds no such limit.
+# Those that a program can catch, and that end it if it does not, without its own faults and SIGPIPE.
+ENDING = signal.valid_signals() - {getattr(signal, "SIG" + name) for name in (
+    "KILL STOP CHLD CONT TSTP TTIN TTOU URG WINCH PIPE SEGV BUS FPE ILL TRAP SYS").split()}
 ADDRESS_SPACE_CAN_BE_LIMITED = sys.platform == "linux" and "MURMURASE_SANITIZED" not in os.environ
 
 
@@ -107,6 +112,47 @@ class Faults(Case):
                 self.expect_failure(*command, said=f"cannot write {out}: {message}")
                 self.expect_nothing_left()
 
+    @unittest.skipUnless(os.geteuid() == 0, "only root can be anybody")
+    def test_access_stays(self):
+        """Whoever writes it. A file whose access a new one cannot have is written in place."""
+        me, friends, others = 65534, 50, 7
+        user = {"user": me, "group": me, "extra_groups": [friends]}
+        self.folder.chmod(0o755)
+        self.temporary.chmod(0o777)
+        if run(MURMURASE, "--version", **user)[0] != 0:
+            self.skipTest("the program is not for everybody here")
+        command = next(self.commands())
+        self.expect(*command)
+        expected = self.out.read_bytes()
+        # A list: version; tag, permissions and id of the owner, of `others`, the group, the mask, the rest.
+        granted = struct.pack("<I" + "HHi" * 5, 2, 1, 6, -1, 2, 6, others, 4, 0, -1, 16, 6, -1, 32, 0, -1)
+        with contextlib.suppress(OSError):  # some file systems have none
+            os.setxattr(self.target, "system.posix_acl_default", granted)
+        for owner, group, mode, listed, folder_mode, replaced in (
+                (me, me, 0o640, 0, 0o777, True), (me, friends, 0o664, 0, 0o777, True),
+                (me, me, 0o600, 1, 0o777, True), (me, others, 0o660, 0, 0o777, False),
+                (0, friends, 0o660, 0, 0o777, False), (0, 0, 0o666, 0, 0o1777, False),
+                (me, me, 0o600, 1, 0o555, False)):
+            self.out.unlink()
+            self.out.write_bytes(OLD["text"])
+            for name in os.listxattr(self.out):
+                os.removexattr(self.out, name)
+            os.chown(self.out, owner, group)
+            self.out.chmod(mode)
+            with contextlib.suppress(OSError):
+                for name in ("user.note", "system.posix_acl_access") if listed else ():
+                    os.setxattr(self.out, name, granted)
+            self.target.chmod(folder_mode)
+            attributes = lambda: {name: os.getxattr(self.out, name) for name in os.listxattr(self.out)}
+            before, kept = self.out.stat(), attributes()
+            self.expect_failure(*command, said="File too large", **user, **limits(FSIZE=len(OLD["text"]) + 1))
+            self.expect_nothing_left(OLD["text"])
+            self.expect(*command, **user)
+            self.expect_nothing_left(expected)
+            after = self.out.stat()
+            self.assertEqual((*after[:1], *after[3:6], attributes()), (*before[:1], *before[3:6], kept))
+            self.assertEqual(after.st_ino != before.st_ino, replaced, (owner, group, oct(mode)))
+
     def test_tools_that_fail(self):
         cases = [(f"head -c {len(PACKET) // 2} \"$2\"; kill -{number} $$", {},
                   f"the XMP tool was killed: {signal.strsignal(number)}")
@@ -129,7 +175,7 @@ class Faults(Case):
     def interrupt(self, command, number, ready):
         """Sends the signal to the program alone, once it is `ready`."""
         process = subprocess.Popen([MURMURASE, *command], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                   **self.options)
+                                   **self.options, **limits(CORE=0))
         while not ready():
             self.assertIsNone(process.poll())
             time.sleep(0.002)
@@ -152,8 +198,8 @@ class Faults(Case):
         tool = self.tool(f'echo $$ >>{pids}; exec sleep 1000')
         export = ["export", "a.xmp", "b.xmp", "c.xmp", "--out", self.target, "--jobs=3", "--clip", CLIP,
                   "--xmp-tool", tool]
-        for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
-            for command in (*self.commands(tool=tool), export):
+        for number in ENDING:
+            for command in (*self.commands(tool=tool), export)[0 if number == signal.SIGTERM else -1:]:
                 pids.write_text("")
                 old = self.put_old(command)
                 tools = 3 if command is export else 1
@@ -185,8 +231,10 @@ class Faults(Case):
                 self.expect_nothing_left()
 
     def test_ignored_signals_stay_ignored(self):
-        command = next(self.commands(tool=self.tool('kill -HUP $PPID; exec cat "$2"')))
-        done = run("sh", "-c", 'trap "" HUP; exec "$@"', "sh", MURMURASE, *command, **self.options)
+        pid = self.folder / "pid"
+        command = next(self.commands(tool=self.tool(f'kill -HUP $(cat {pid}); exec cat "$2"')))
+        done = run("sh", "-c", f'trap "" HUP; echo $$ >{pid}; exec "$@"', "sh", MURMURASE, *command,
+                   **self.options)
         self.assertEqual(done, (0, "", ""))
 
     @unittest.skipUnless(ADDRESS_SPACE_CAN_BE_LIMITED, "the memory cannot be limited here")

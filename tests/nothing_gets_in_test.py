@@ -113,6 +113,25 @@ class NothingGetsIn(Case):
                 file.unlink()
             self.assertEqual((self.work / "old").stat().st_mode & 0o7777, 0o604)
 
+    def test_nothing_planted_at_the_own_file_is_followed(self):
+        movie, clip, canary = self.make(b"m.xmp", PACKET), self.make(b"c.xml", CLIP), self.make(b"canary", b"")
+        own = self.folder / "data/Fernwork/Parlenda.xml"
+        own.parent.mkdir()
+        for plant in (lambda: own.symlink_to(os.fsdecode(canary)), lambda: os.mkfifo(own)):
+            plant()
+            self.assertEqual(self.call("markers", movie, clip)[0], 0)
+            self.assertEqual((own.is_symlink(), own.is_file(), os.path.getsize(canary)), (False, True, 0))
+            own.unlink()
+
+    def test_a_tool_is_no_option_of_any_shell(self):
+        movie = self.make(b"m.xmp", b"#!/bin/sh\ntouch pwned\n", 0o755)
+        self.write("work/-a", f"#!/bin/sh\nexec cat {os.fsdecode(self.make(b'p', PACKET))}\n", 0o755)
+        inside = ["unshare", "-rm", "sh", "-ec", 'mount --bind "$0" /bin/sh; exec "$@"']
+        for shell in [], [*inside, "/bin/dash"], [*inside, "/bin/bash"]:
+            if not shell or shutil.which("unshare") and run(*shell, "true")[0] == 0:
+                done = run(*shell, MURMURASE, "text", "--xmp-tool=-a", movie, "out", **self.options)
+                self.assertEqual((done, self.files() & {b"work/pwned"}), ((0, "", ""), set()), shell)
+
     def documents(self, canary, url):
         """Commands on documents that ask for both."""
         packet = PACKET.replace(b"welcome", REFERRED).replace(b"<x:xmpmeta", DECLARED + b"<x:xmpmeta", 1)

@@ -3,11 +3,13 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #ifdef __linux__
 #include <sys/xattr.h>
 #endif
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 
@@ -109,13 +111,22 @@ TEST_F(PlatformTest, ReadsFiles) {
   }
 }
 
-TEST_F(PlatformTest, OpenersAreQuiet) {
-  const std::string opener = make("opener", "#!/bin/sh\necho noise\n", fs::perms::owner_all);
-  testing::internal::CaptureStdout();
-  EXPECT_TRUE(platform_.open_with(opener, "a"));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-  for (const std::string& command : {path("none"), folder_.string(), std::string()}) {
-    EXPECT_FALSE(platform_.open_with(command, "a")) << command;
+TEST_F(PlatformTest, ProgramsOfHostsThatWaitForAllTheirChildren) {
+  const std::string program = make("program", "#!/bin/sh\necho noise\n", fs::perms::owner_all);
+  const auto wait_for_all = [](int) {
+    while (waitpid(-1, nullptr, WNOHANG) > 0) continue;
+  };
+  for (void (*handler)(int) : {SIG_DFL, SIG_IGN, +wait_for_all}) {
+    const auto before = std::signal(SIGCHLD, handler);
+    EXPECT_EQ(platform_.run_xmp_tool(program, "a").wait_status, 0);
+    EXPECT_EQ(platform_.run_xmp_tool("false", "a").wait_status, 1 << 8);
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(platform_.open_with(program, "a"));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    for (const std::string& command : {path("none"), folder_.string(), std::string("false")}) {
+      EXPECT_FALSE(platform_.open_with(command, "a")) << command;
+    }
+    std::signal(SIGCHLD, before);
   }
 }
 

@@ -45,6 +45,9 @@ class FakePlatform : public Platform {
     if (!files_can_be_written) throw system_error("write", path, ENOSPC);
     files[path] = bytes;
   }
+  void replace_own_file(const std::string& path, std::string_view bytes) override {
+    replace_file(path, bytes);
+  }
   void set_finder_info(const std::string& path, std::string_view creator) override {
     marked = fmt::format("{} {}", creator, path);
   }

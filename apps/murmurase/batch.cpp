@@ -16,7 +16,6 @@
 #include <filesystem>
 #include <iterator>
 #include <new>
-#include <optional>
 #include <string_view>
 #include <thread>
 
@@ -69,8 +68,6 @@ std::string export_movie(const BatchOptions& options, const MovieOptions& movie,
     }
   };
   try {
-    std::optional<ClipTarget> target;
-    if (!options.clip.empty()) target.emplace(base.string() + ".xml");
     load_module();
     Controller controller(movie.words);
     read_movie(controller, movie, notes);
@@ -78,7 +75,7 @@ std::string export_movie(const BatchOptions& options, const MovieOptions& movie,
       controller.call("save_to_text", {movie.words, path});
     });
     write(".xls", [&](const std::string& path) { write_workbook(controller, movie.words, path); });
-    if (target) {
+    if (!options.clip.empty()) {
       write(".xml", [&](const std::string& path) {
         const std::string clip = clip_of(options, movie.movie);
         if (clip != options.clip && access(clip.c_str(), F_OK) != 0) {
@@ -87,7 +84,8 @@ std::string export_movie(const BatchOptions& options, const MovieOptions& movie,
                           "your editor",
                           printable(clip)));
         }
-        const MarkerExport done = export_markers(controller, clip, &*target);
+        set_clip_file(path);
+        const MarkerExport done = export_markers(controller, clip);
         notes += clip_line(done, clip, path);
       });
     }

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -234,26 +235,23 @@ void write_excel(const MovieOptions& options, const std::string& output) {
 void write_markers(const MovieOptions& options, const std::string& clip, const std::string& output,
                    const std::string& open_with) {
   const std::vector<std::string> inputs = {clip, program_file(open_with)};
-  if (!output.empty()) {
-    check_output(options, output, OutputKind::marker_clip, inputs);
-    const ClipTarget target(standard_output_or(output));
-    with_movie(options, [&](Controller& controller) {
-      const MarkerExport done = export_markers(controller, clip, &target);
-      if (!open_with.empty()) open_file(open_with, output);
-      std::fputs(clip_line(done, clip, output).c_str(), stderr);
-    });
-    return;
-  }
-  load_module(nullptr);
+  const bool own = output.empty();  // the module's own file
+  if (!own) check_output(options, output, OutputKind::marker_clip, inputs);
+  load_module(own);
   with_movie(options, [&](Controller& controller) {
-    const std::string written = temp_xml_file();
-    check_output(options, written, OutputKind::working_clip, inputs);
-    const FolderLock lock(std::filesystem::path(written).parent_path());
+    const std::string written = own ? temp_xml_file() : standard_output_or(output);
+    std::optional<FolderLock> lock;
+    if (own) {
+      check_output(options, written, OutputKind::working_clip, inputs);
+      lock.emplace(std::filesystem::path(written).parent_path());
+    } else {
+      set_clip_file(written);
+    }
     if (!open_with.empty()) set_open_command(open_with);
-    const MarkerExport done = export_markers(controller, clip, nullptr);
+    const MarkerExport done = export_markers(controller, clip);
     if (!open_with.empty() && !done.opened) throw not_opened(open_with, written);
-    print(printable(written) + '\n');
-    std::fputs(clip_line(done, clip, written).c_str(), stderr);
+    if (own) print(printable(written) + '\n');
+    std::fputs(clip_line(done, clip, own ? written : output).c_str(), stderr);
   });
 }
 

@@ -3,10 +3,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <csignal>
-#include <utility>
 
 #include "module.h"
 
@@ -14,8 +14,13 @@ namespace host {
 namespace {
 
 std::array<std::atomic<pid_t>, 1024> processes{};  // as many as there can be jobs; 0 is none
-// Never destroyed, for a signal may come while the process is exiting.
-std::vector<std::string>& leftovers = *new std::vector<std::string>;
+
+// What does not end a program, and what its own faults raise.
+constexpr std::array others = {SIGCHLD, SIGCONT, SIGTSTP, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH,
+#ifdef SIGINFO
+                               SIGINFO,
+#endif
+                               SIGSEGV, SIGBUS,  SIGFPE,  SIGILL,  SIGTRAP, SIGSYS};
 
 void replace_process(pid_t old, pid_t with) {
   for (auto& process : processes) {
@@ -34,9 +39,6 @@ extern "C" void end_by_signal(int signal) {
   for (const auto& process : processes) {
     if (process != 0) waitpid(process, nullptr, 0);
   }
-  for (const std::string& path : leftovers) {
-    if (unlink(path.c_str()) != 0) rmdir(path.c_str());
-  }
   std::signal(signal, SIG_DFL);
   raise(signal);  // takes effect as the handler ends
 }
@@ -44,10 +46,10 @@ extern "C" void end_by_signal(int signal) {
 }  // namespace
 
 void end_cleanly_when_interrupted() {
-  for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+  for (int signal = 1; signal < NSIG; ++signal) {
     struct sigaction action {};
-    sigaction(signal, nullptr, &action);
-    if (action.sa_handler == SIG_IGN) continue;
+    if (std::ranges::find(others, signal) != others.end()) continue;
+    if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) continue;
     action = {};
     action.sa_handler = end_by_signal;
     sigfillset(&action.sa_mask);
@@ -60,7 +62,5 @@ void forget_process(pid_t process) { replace_process(process, 0); }
 void forget_all_processes() {
   for (auto& process : processes) process = 0;
 }
-
-void remember_leftovers(std::vector<std::string> paths) { leftovers = std::move(paths); }
 
 }  // namespace host

@@ -2,11 +2,8 @@
 
 #include <sys/types.h>
 
-#include <string>
-#include <vector>
-
-// SIGHUP, SIGINT and SIGTERM end this program as they would any other, once nothing of it is left: not
-// the XMP tool, not a process of its own, not a file for its own use.
+// A signal that ends a program ends this one too, once it has asked the XMP tool to end and ended its own
+// processes. This holds for all but SIGKILL and the signals of a program's own faults, such as SIGSEGV.
 namespace host {
 
 // To be called once, at the start. A signal that whoever started the program has it ignore stays so.
@@ -19,9 +16,5 @@ void forget_process(pid_t process);
 
 // For a new process: what its parent has started is not its own.
 void forget_all_processes();
-
-// The files and empty folders to be removed, in this order, in place of those named before. The signals
-// are to be held back.
-void remember_leftovers(std::vector<std::string> paths);
 
 }  // namespace host

@@ -25,7 +25,8 @@ namespace fs = std::filesystem;
   F(error_message) F(get) F(get_boolean) F(get_integer) F(get_real) F(get_text)             \
   F(interface_version) F(list_append) F(list_get) F(new_integer) F(new_list) F(new_real)    \
   F(new_record) F(new_text) F(record_get) F(record_key) F(record_set) F(set)                \
-  F(set_host_ui_active) F(set_open_command) F(size) F(startup_error) F(temp_xml_file)       \
+  F(set_clip_file) F(set_host_ui_active) F(set_open_command) F(size) F(startup_error)       \
+  F(temp_xml_file)                                                                          \
   F(tool_status) F(value_free) F(value_kind)
 // clang-format on
 
@@ -56,22 +57,18 @@ void find(void* library, const char* name, Function& function) {
   }
 }
 
-// A variable of the environment, set while this lives: the module asks while it starts, and what the
-// programs that it runs are told is put back.
-class Variable {
+// A variable of the environment, missing while this lives: the module asks while it starts, and what
+// the programs that it runs are told is put back.
+class Missing {
  public:
-  Variable(const char* name, const char* value) : name_(name) {
+  explicit Missing(const char* name) : name_(name) {
     if (const char* before = std::getenv(name)) before_ = before;
-    setenv(name, value, 1);
+    unsetenv(name);
   }
-  Variable(const Variable&) = delete;
-  Variable& operator=(const Variable&) = delete;
-  ~Variable() {
-    if (before_) {
-      setenv(name_, before_->c_str(), 1);
-    } else {
-      unsetenv(name_);
-    }
+  Missing(const Missing&) = delete;
+  Missing& operator=(const Missing&) = delete;
+  ~Missing() {
+    if (before_) setenv(name_, before_->c_str(), 1);
   }
 
  private:
@@ -107,7 +104,7 @@ fs::path temporary_folder() {
   return fs::absolute(folder == nullptr || *folder == '\0' ? "/tmp" : folder);
 }
 
-void load_module(const char* home) {
+void load_module(bool working_folder) {
   if (module.start != nullptr) return;
   const fs::path folder = program_folder();
   void* library = nullptr;
@@ -140,11 +137,11 @@ void load_module(const char* home) {
   find(library, "Init_murmurase_algorithm", module.start);
 
   {
-    std::optional<Variable> home_folder;
-    std::optional<Variable> data_home;
-    if (home != nullptr) {
-      home_folder.emplace("HOME", home);
-      data_home.emplace("XDG_DATA_HOME", home);
+    std::optional<Missing> home;
+    std::optional<Missing> data_home;
+    if (!working_folder) {
+      home.emplace("HOME");
+      data_home.emplace("XDG_DATA_HOME");
     }
     module.start();
   }
@@ -238,6 +235,8 @@ void end_tool() {
 void set_open_command(const std::string& command) {
   check(module.set_open_command(command.c_str()));
 }
+
+void set_clip_file(const std::string& path) { check(module.set_clip_file(path.c_str())); }
 
 Controller::Controller(std::int64_t words) : words_(words) {
   const auto slider = [](void* context, double* value) {

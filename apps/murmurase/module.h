@@ -35,16 +35,16 @@ std::filesystem::path program_folder();
 std::filesystem::path temporary_folder();
 
 // Loads and starts the module that belongs to this program, before all else here; once, whoever
-// asks. `home`: the absolute path of the folder that it takes for the user's; null for the user's own,
-// empty for none, so that it neither makes nor needs its working folder.
-void load_module(const char* home = "");
+// asks. It makes its working folder only if that is needed.
+void load_module(bool working_folder = false);
 
 // Values in and out as JSON, in which a handle is null.
 json to_json(const murmurase_value* value);
 Value to_value(const json& data);
 
-// The file that an export of markers writes.
+// The file that an export of markers writes unless another is set.
 std::string temp_xml_file();
+void set_clip_file(const std::string& path);
 
 // The program that opens the clips which the module writes.
 void set_open_command(const std::string& command);

@@ -26,6 +26,9 @@
  *   Misuse     A null handle, a value of the wrong kind or an unknown name is an error, not a crash.
  *   Threads    The module has no locks: call it from one thread at a time, the thread that may
  *              update the host's user interface.
+ *   Processes  A copy of the host's process, made by fork(), runs the XMP tool or the program that
+ *              opens clips, waits for its end and then ends too. So a host may ignore SIGCHLD or
+ *              wait for all its children; it may find that process among them.
  */
 #ifndef MURMURASE_MURMURASE_H
 #define MURMURASE_MURMURASE_H
@@ -112,9 +115,9 @@ MURMURASE_API void Init_murmurase_algorithm(void);
 MURMURASE_API const murmurase_error* murmurase_startup_error(void);
 
 /*
- * TEMP_XML_FILE: the path of the file that create_clip_with_markers writes, set once by the first
- * start-up; NULL when there is no Application Support directory. The module owns the text; it lives as
- * long as the module.
+ * TEMP_XML_FILE: the path of the file that create_clip_with_markers writes unless the host chooses
+ * another, set once by the first start-up; NULL when there is no Application Support directory. The
+ * module owns the text; it lives as long as the module.
  */
 MURMURASE_API const char* murmurase_temp_xml_file(void);
 
@@ -233,7 +236,8 @@ MURMURASE_API void murmurase_controller_free(murmurase_controller* controller);
  * the "Name"s of speakers_array, is getting it, changing the copy and setting it.
  *
  *   field              kind                  meaning
- *   xmpcommand         text                  path of the XMP tool
+ *   xmpcommand         text                  path of the XMP tool, or a name to be found in $PATH; a
+ *                                            dash at the start is always a path's
  *   mov_file_path      text                  path of the movie
  *   frame_rate         real                  frames per second, such as 29.97
  *   displayformat      text                  "DF" (drop-frame) or "NDF" (non-drop-frame)
@@ -286,11 +290,17 @@ MURMURASE_CHECKED murmurase_error* murmurase_set(murmurase_controller* controlle
  *                                                 is the end of the phrase's first word
  *   create_clip_with_markers()                    adds the phrases to a copy of clip_xml as markers,
  *                                                 writes it to the file Parlenda.xml in the working
- *                                                 folder and has it opened, see
- *                                                 murmurase_set_open_command(); boolean: whether the
- *                                                 opening was accepted. Sets words_array, in. A marker
- *                                                 ends one frame before its phrase begins, and starts
- *                                                 where the phrase before it starts
+ *                                                 folder, see murmurase_set_clip_file(), and has it
+ *                                                 opened, see murmurase_set_open_command(); boolean:
+ *                                                 whether the opening was accepted. Sets words_array,
+ *                                                 in. A marker ends one frame before its phrase begins,
+ *                                                 and starts where the phrase before it starts
+ *
+ * A file that is there is replaced by a whole new one with the same owner, group, permissions and access
+ * list, and with its other extended attributes as far as the system lets it. If a new file cannot have
+ * these, or the folder takes none, the old one is written in place, if it can be; only then can SIGKILL, a
+ * loss of power or a failing disk lose the old bytes. A symbolic link at a path that the host gives is
+ * followed; at the module's own file it is replaced.
  *
  * Limits against hostile inputs, beyond which an operation ends in an error that names the limit: 512
  * MiB for a clip file, for its repaired text, for what the XMP tool prints and for what its entities
@@ -347,6 +357,14 @@ MURMURASE_API void murmurase_set_host_ui_active(bool active);
  * the first call: none, and no opening is accepted. Errors: memory.
  */
 MURMURASE_CHECKED murmurase_error* murmurase_set_open_command(const char* command);
+
+/*
+ * The file that create_clip_with_markers writes, for all controllers of the process, in place of
+ * TEMP_XML_FILE; written as the files of the other exports are: links are followed, devices and pipes
+ * written straight. A path that is not absolute is one from the folder that the process is in when the
+ * clip is written. NULL, as until the first call: TEMP_XML_FILE. Errors: memory.
+ */
+MURMURASE_CHECKED murmurase_error* murmurase_set_clip_file(const char* path);
 
 #ifdef __cplusplus
 }

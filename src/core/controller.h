@@ -58,6 +58,7 @@ struct Process {
   bool host_ui_active = true;
   int tool_status = 0;  // the last XMP tool's, as waitpid reports it
   std::optional<std::string> open_command = std::nullopt;  // opens written clips; the host's choice
+  std::optional<std::string> clip_file = std::nullopt;     // in place of temp_xml_file; the same
 };
 
 struct Controller : ControllerState {

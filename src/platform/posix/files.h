@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "core/error.h"
 #include "platform/byte_buffer.h"
@@ -15,9 +16,12 @@ class FileDescriptor {
   FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(other.descriptor_) {
     other.descriptor_ = -1;
   }
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+    std::swap(descriptor_, other.descriptor_);
+    return *this;
+  }
   FileDescriptor(const FileDescriptor&) = delete;
   FileDescriptor& operator=(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(FileDescriptor&&) = delete;
   ~FileDescriptor() { close(); }
 
   int get() const { return descriptor_; }
@@ -38,8 +42,5 @@ Error read_error(std::string_view what, int number);
 
 // As Platform::read_file.
 ByteBuffer read_file(const std::string& path);
-
-// As Platform::replace_file.
-void replace_file(const std::string& path, std::string_view bytes);
 
 }  // namespace murmurase

@@ -1,134 +1,25 @@
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <utility>
 
 #include "core/error.h"
 #include "platform/platform.h"
+#include "platform/posix/child.h"
 #include "platform/posix/files.h"
 #include "platform/posix/finder_info.h"
-#include "platform/posix/held_signals.h"
-
-extern char** environ;  // NOLINT: POSIX has no header for it
+#include "platform/posix/replace_file.h"
 
 namespace murmurase {
 namespace {
 
-// A pipe whose ends stay clear of the standard streams' numbers, which a host may have closed.
-std::pair<FileDescriptor, FileDescriptor> make_pipe() {
-  std::array<int, 2> ends{};
-  if (pipe(ends.data()) != 0) throw system_error("make a pipe for", "the XMP tool", errno);
-  const auto clear = [](int end) {
-    const FileDescriptor low(end);
-    FileDescriptor high(fcntl(end, F_DUPFD_CLOEXEC, 3));
-    if (high.get() < 0) throw system_error("make a pipe for", "the XMP tool", errno);
-    return high;
-  };
-  FileDescriptor read_end = clear(ends[0]);
-  return {std::move(read_end), clear(ends[1])};
-}
-
-// How a program is started: with which streams, and not with the host's handling of a closed pipe. The
-// first step that fails keeps its errno, for a program must not be started without it.
-class Start {
- public:
-  Start() {
-    sigset_t defaults;
-    sigemptyset(&defaults);
-    sigaddset(&defaults, SIGPIPE);
-    check(posix_spawn_file_actions_init(&streams_));
-    check(posix_spawnattr_init(&attributes_));
-    check(posix_spawnattr_setsigdefault(&attributes_, &defaults));
-    check(posix_spawnattr_setsigmask(&attributes_, &held_.before()));
-    check(posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK));
-  }
-  Start(const Start&) = delete;
-  Start& operator=(const Start&) = delete;
-  ~Start() {
-    posix_spawnattr_destroy(&attributes_);
-    posix_spawn_file_actions_destroy(&streams_);
-  }
-
-  void output_to(int descriptor) {
-    check(posix_spawn_file_actions_adddup2(&streams_, descriptor, STDOUT_FILENO));
-  }
-  void output_to_nothing() {
-    check(posix_spawn_file_actions_addopen(&streams_, STDOUT_FILENO, "/dev/null", O_WRONLY, 0));
-  }
-
-  // The program is found in $PATH when its name has no slash. Gives 0, or errno.
-  int run(pid_t& child, const char* program, std::vector<std::string> words) {
-    std::vector<char*> arguments;
-    arguments.reserve(words.size() + 1);
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    if (error_ == 0) {
-      check(posix_spawnp(&child, program, &streams_, &attributes_, arguments.data(), environ));
-    }
-    return error_;
-  }
-
- private:
-  void check(int error) {
-    if (error_ == 0) error_ = error;
-  }
-
-  HeldSignals held_;  // until whoever is to end the child knows it
-  int error_ = 0;
-  posix_spawn_file_actions_t streams_{};
-  posix_spawnattr_t attributes_{};
-};
-
-std::atomic<pid_t> running_tool = 0;
-
-// Has /bin/sh run the tool, its standard output going to `output`. The shell gets the paths beside its
-// command text, so that it looks into neither, and gives way to the tool.
-pid_t start_tool(const std::string& command, const std::string& movie_path, int output) {
-  Start shell;
-  shell.output_to(output);
-  pid_t child = 0;
-  if (const int error = shell.run(child, "/bin/sh",
-                                  {"sh", "-c", R"(exec "$1" get "$2")", "sh", command, movie_path});
-      error != 0) {
-    throw system_error("start", "/bin/sh for the XMP tool", error);
-  }
-  running_tool = child;
-  return child;
-}
-
-// Gives 0, or errno.
-int start_program(pid_t& child, const std::string& command, const std::string& path) {
-  Start program;
-  program.output_to_nothing();
-  return program.run(child, command.c_str(), {command, path});
-}
-
-// Waits for the child's end. Gives 0, or errno.
-int wait_for(pid_t child, int& status) {
-  while (waitpid(child, &status, 0) < 0) {
-    if (errno != EINTR) return errno;
-  }
-  return 0;
-}
-
-// The same for the tool, which nobody may end any more once its number can be another process's.
-int wait_for_tool(pid_t child, int& status) {
-  siginfo_t info;
-  while (waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT) < 0 && errno == EINTR) {
-  }
-  running_tool = 0;
-  return wait_for(child, status);
-}
+std::atomic<pid_t> running_tool = 0;  // its watcher
 
 class PosixPlatform : public Platform {
  public:
@@ -172,11 +63,18 @@ class PosixPlatform : public Platform {
   ToolRun run_xmp_tool(const std::string& command, const std::string& movie_path) override {
     check_path(command);
     check_path(movie_path);
-    auto [read_end, write_end] = make_pipe();
+    auto [read_end, write_end] = open_ends(pipe);
+    if (read_end.get() < 0 || write_end.get() < 0) {
+      throw system_error("make a pipe for", "the XMP tool", errno);
+    }
 #ifdef F_SETPIPE_SZ
     fcntl(read_end.get(), F_SETPIPE_SZ, 1 << 20);  // fewer turns; a refusal costs nothing else
 #endif
-    const pid_t child = start_tool(command, movie_path, write_end.get());
+    // The shell gets the paths beside its command text, so that it looks into neither, and gives way to
+    // the tool. Some shells would take a dash for an option of exec.
+    const std::string tool = command.starts_with('-') ? "./" + command : command;
+    Child shell(running_tool, "/bin/sh",
+                {"sh", "-c", R"(exec "$1" get "$2")", "sh", tool, movie_path}, write_end.get());
     write_end.close();
     ToolRun run;
     try {
@@ -187,8 +85,11 @@ class PosixPlatform : public Platform {
       end_xmp_tool();
     }
     read_end.close();
-    const int unknown = wait_for_tool(child, run.wait_status);
-    if (unknown != 0 && !run.failure) {
+    const int unknown = shell.wait(run.wait_status);
+    if (unknown != 0 && unknown != ECHILD) {
+      throw system_error("run", "/bin/sh for the XMP tool", unknown);
+    }
+    if (unknown == ECHILD && !run.failure) {  // somebody killed the watcher
       run.failure =
           std::make_exception_ptr(system_error("learn the end of", "the XMP tool", unknown));
     }
@@ -205,15 +106,22 @@ class PosixPlatform : public Platform {
     murmurase::replace_file(path, bytes);
   }
 
+  void replace_own_file(const std::string& path, std::string_view bytes) override {
+    murmurase::replace_own_file(path, bytes);
+  }
+
   void set_finder_info(const std::string& path, std::string_view creator) override {
     murmurase::set_finder_info(path, creator);
   }
 
   // What the program prints is not the host's output.
   bool open_with(const std::string& command, const std::string& path) override {
-    pid_t child = 0;
+    const std::string file =
+        path.starts_with('-') ? "./" + path : path;  // no option of the program
+    std::atomic<pid_t> watcher = 0;
     int status = 0;
-    return start_program(child, command, path) == 0 && wait_for(child, status) == 0 && status == 0;
+    Child opener(watcher, command.c_str(), {command, file}, -1);
+    return opener.wait(status) == 0 && status == 0;
   }
 };
 
