@@ -26,6 +26,8 @@ constexpr std::array formats{
     NamedFormat{"23976Timecode", {{24000, 1001}, false}},
 };
 
+constexpr const char* scale_property = "duration/scale";
+
 // What the readers compute, in their own order of arithmetic.
 double read_scale(double numerator, double denominator) {
   const double rate = denominator / numerator / 100.0;
@@ -44,6 +46,13 @@ std::optional<TimeFormat> read_time_format(std::string_view format) {
                    [name = trimmed(format)](const NamedFormat& each) { return each.name == name; });
   if (found == formats.end()) return std::nullopt;
   return found->format;
+}
+
+std::string name_of_time_format(TimeFormat format) {
+  for (const NamedFormat& each : formats)
+    if (each.format.rate == format.rate && each.format.drop_frame == format.drop_frame)
+      return std::string(each.name);
+  return {};
 }
 
 std::optional<Rational> true_rate(Rational rate) {
@@ -75,14 +84,19 @@ const RateEvidence* used_evidence(const Movie& movie) {
   return found == movie.evidence.end() ? nullptr : &*found;
 }
 
-bool frames_can_be_counted(const Movie& movie) {
-  return used_evidence(movie) != nullptr || rate_of_scale(movie.duration_scale) >= 0.5;
+bool is_scale(const RateEvidence& evidence) { return evidence.property == scale_property; }
+
+RateEvidence evidence_of_scale(const std::string& scale) {
+  const std::optional<double> rate = rate_of_scale(scale);
+  if (!rate || *rate < 20 || *rate > 120) return {scale_property, scale, std::nullopt};
+  const auto millionths = make_rational(std::llround(*rate * 1e6), 1'000'000);
+  return {scale_property, scale, true_rate(*millionths)};
 }
 
 std::string normal_scale(const Movie& movie) {
-  if (!frames_can_be_counted(movie)) return {};
   const RateEvidence* const evidence = used_evidence(movie);
-  if (evidence == nullptr) return movie.duration_scale;
+  if (evidence == nullptr) return {};
+  if (is_scale(*evidence)) return movie.duration_scale;
   const Rational rate = *evidence->rate;
   const double wanted = to_double(rate);
   if (rate_of_scale(movie.duration_scale) == wanted) return movie.duration_scale;

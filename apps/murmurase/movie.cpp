@@ -205,8 +205,12 @@ Failure movie_failure(const std::string& movie, const Failure& failure, std::str
 }
 
 std::vector<std::string> inputs_of(const MovieOptions& options) {
-  return {options.movie, std::filesystem::path(options.movie).replace_extension(".xmp"),
-          options.movie + ".xmp", options.names_file, options.xmp_tool};
+  std::vector<std::string> inputs{options.movie, options.names_file, options.xmp_tool};
+  for (const char* const ending : {".xmp", ".XMP"}) {
+    inputs.push_back(std::filesystem::path(options.movie).replace_extension(ending));
+    inputs.push_back(options.movie + ending);
+  }
+  return inputs;
 }
 
 void refuse_to_overwrite(const std::vector<std::string>& inputs,
