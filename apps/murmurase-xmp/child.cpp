@@ -75,9 +75,10 @@ std::string in_child(const InputFile& movie, const char* library,
   murmurase::FileDescriptor output(piped ? ends[0] : -1);
   murmurase::FileDescriptor input(piped ? ends[1] : -1);
   const pid_t child = piped ? fork() : -1;
-  if (child < 0)
+  if (child < 0) {
     fail("cannot read {}: no process for {}: {}; close other programs", name, library,
          std::generic_category().message(errno));
+  }
   if (child == 0) {
     output.close();
     try {
@@ -92,8 +93,7 @@ std::string in_child(const InputFile& movie, const char* library,
   const int error = murmurase::read_all(output.get(), text);
   output.close();
   int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
   if (error != 0)
     fail("cannot read {}: {} gives more than 512 MiB; have it written again", name, library);
   if (WIFEXITED(status) && WEXITSTATUS(status) == result) return std::string(text.view());

@@ -178,7 +178,8 @@ std::string as_lines(const json& found) {
   }
   for (const json& each : rate["evidence"])
     line("  {} {}: {}{}", each["used"].get<bool>() ? "*" : " ", shown(each["property"]),
-         shown(each["text"]), each["rate"].is_null() ? "" : " = " + shown(each["rate"]));
+         shown(each["text"]),
+         each["rate"].is_null() || each["rate"] == each["text"] ? "" : " = " + shown(each["rate"]));
   line("timecode   {}",
        found["start_timecode"].is_null() ? "none" : shown(found["start_timecode"]));
   for (const json& each : found["timecodes"])
