@@ -63,11 +63,12 @@ Reading read(const std::string& path) {
     try {
       if (const std::optional<Packet> sidecar = find_sidecar(path)) {
         Movie both = read_movie(packet, clock, &*sidecar);
-        if (!both.words.empty()) movie = std::move(both);
-        movie.warnings.push_back(
-            fmt::format("its own packet has no words; {} of the sidecar {}",
-                        movie.words.empty() ? "nor has that" : "used are those",
-                        in_quotes(sidecar->file.native())));
+        if (!both.words.empty()) {
+          movie = std::move(both);
+          movie.warnings.push_back(
+              fmt::format("its own packet has no words; those of the sidecar {} are used",
+                          in_quotes(sidecar->file.native())));
+        }
       }
     } catch (const Failure& failure) {
       movie.warnings.push_back(fmt::format(
