@@ -15,7 +15,7 @@ using namespace murmurase::fuzz;
 // Nothing if it cannot be understood.
 static std::optional<std::string> normalised(const Packet& packet, Movie& movie) {
   try {
-    movie = read_movie(packet, [] { return std::nullopt; });
+    movie = read_movie(packet, {});
     std::string text = print_normal_packet(movie);
     Movie shown = movie;
     check(!inspect("a.xmp", packet, shown, true).empty(), "it can be inspected");

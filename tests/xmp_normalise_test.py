@@ -1,6 +1,7 @@
 """From movies whose packets are written in the ways of the wild to phrases, by the built programs.
 ffmpeg makes the movies and exiftool writes their packets."""
 
+import ctypes.util
 import json
 import shutil
 import unittest
@@ -13,6 +14,8 @@ HEAD = """<?xpacket begin="\ufeff" id="W5M0MpCehiHzreSzNTczkc9d"?><x:xmpmeta xml
  xmlns:dc="http://purl.org/dc/elements/1.1/" xmlns:xmpMM="http://ns.adobe.com/xap/1.0/mm/" %s>
 """
 TAIL = '</rdf:Description></rdf:RDF></x:xmpmeta><?xpacket end="w"?>'
+# libmediainfo reads these, if it is there.
+FOREIGN = ("mxf", "mkv", "avi") if ctypes.util.find_library("mediainfo") else ()
 NTSC, FILM = 30000 / 1001, 24000 / 1001
 
 
@@ -79,7 +82,7 @@ RATES = {  # the duration's scale, and further properties: the frame rate that t
     "then the video": ("1/90000", TIME_SCALE + fields(videoFrameRate="PAL"), 25),
     "samples are no frames": ("1/2500", fields(startTimeScale=48000, startTimeSampleSize=1), 25),
     **{f"alone {scale}": (scale, "", frames) for scale, frames in (
-        ("1/2500", 25), ("1/2_500", 25), ("1/25", 25), ("1001/30000", NTSC), ("1/2997", 29.97), ("1/90000", 900))},
+        ("1/2500", 25), ("1/2_500", 25), ("1/25", 25), ("1001/30000", NTSC), ("1/2997", 29.97))},
 }
 TIMECODES = {  # properties: the format, first frame and frame rate
     "alternative": (timecode("25Timecode", "01:00:00:00")
@@ -202,6 +205,7 @@ class XmpNormaliseTest(Case):
         for properties, out in (
                 (timecode("", "01:00:00:00"), "rate; the start timecode is left out"),
                 (duration("1/0"), "no rate"), (duration(""), "rate; the duration is left out"),
+                (duration("1/90000"), "900 frames per second; the duration is left out"),
                 (duration("abc") + timecode("", "01:00:00:00"),
                  '"abc", which reads as no rate; the duration and the start timecode are left out'),
                 (duration("3/1"), "0.3333333333333333 frames per second; the duration is left out"),
@@ -249,7 +253,7 @@ class XmpNormaliseTest(Case):
 
     def movie(self, name, *options):
         run("ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", "color=c=black:s=32x32:r=30000/1001:d=0.2",
-            *options, "-c:v", "mpeg4", name, check=True, **self.options)
+            *options, "-c:v", "mpeg2video", name, check=True, **self.options)
 
     def write_into(self, movie, *arguments):
         run("exiftool", "-q", "-n", "-overwrite_original", *arguments, movie, check=True, **self.options)
@@ -284,14 +288,43 @@ class XmpNormaliseTest(Case):
 
     @unittest.skipUnless(shutil.which("ffmpeg") and shutil.which("exiftool"), "no ffmpeg, exiftool")
     def test_timecode_track(self):
-        for file in "embedded.xmp", "clip.xmp", "clip.mov.xmp":
-            with self.subTest(file):
-                self.movie("clip.mov", "-timecode", "01:00:00;00")
-                self.write(file, packet(HELLO))
+        for name, file in (("clip.mov", "embedded.xmp"), ("clip.mov", "clip.xmp"), ("clip.mp4", "clip.mp4.xmp"),
+                           *((f"clip.{kind}", "clip.xmp") for kind in FOREIGN)):
+            with self.subTest(name=name, file=file):
+                self.movie(name, "-timecode", "01:00:00;00")
+                self.write(file, packet(duration("1/90000"), HELLO))
                 if file == "embedded.xmp":
-                    self.write_into("clip.mov", "-xmp<=" + file)
-                self.expect_drop_frame("clip.mov", HELLO_READ)
+                    self.write_into(name, "-xmp<=" + file)
+                self.expect_drop_frame(name, HELLO_READ)
                 (self.folder / file).unlink()
+        self.write("clip.xmp", packet(HELLO))
+        movie = bytearray((self.folder / "clip.mov").read_bytes())
+        media_time = movie.rindex(b"elst") + 16  # of the edit list of the last track
+        movie[media_time:media_time + 4] = (30 * 1001).to_bytes(4, "big")
+        self.write("clip.mov", bytes(movie))
+        self.assertEqual(self.read("clip.mov")["first_frame"], 107892 + 30)
+
+    @unittest.skipUnless(shutil.which("ffmpeg"), "no ffmpeg")
+    def test_video_track(self):
+        self.movie("clip.mov")
+        for scale, frames in ("1/90000", NTSC), ("1/1000", NTSC), ("1/2500", 25), ("", NTSC):
+            self.write("clip.xmp", packet(duration(scale), HELLO))
+            self.assertAlmostEqual(self.read("clip.mov")["frame_rate"], frames, 12)
+            self.assertIn("video track: 30000/1001", self.expect("inspect", "clip.mov"))
+        self.movie("clip.mov", "-r", "240")
+        self.assertEqual(self.read("clip.mov")["frame_rate"], 240)
+        self.assert_stable("clip.mov")
+
+    @unittest.skipUnless(shutil.which("ffmpeg") and shutil.which("exiftool"), "no ffmpeg, exiftool")
+    def test_words_of_the_sidecar(self):
+        self.movie("clip.mov")
+        self.write("embedded.xmp", packet(duration("1/2500"), timecode("24Timecode", "01:00:00:00")))
+        self.write_into("clip.mov", "-xmp<=embedded.xmp")
+        self.write("clip.xmp", words(word("hello", 1500, 250), before=timecode("25Timecode", "09:00:00:00")))
+        data = self.read("clip.mov", 'those of the sidecar "clip.xmp" are used')
+        self.assert_phrases(data, HELLO_READ)
+        self.assertEqual((data["frame_rate"], data["first_frame"]), (24, 86400))
+        self.assertIn("own packet has no words", self.expect("inspect", "clip.mov"))
 
     def test_details_of_speakers(self):
         self.write("clip.xmp", words(*(word(f"w{i}") for i in range(9)), word("x y", speaker="B")))

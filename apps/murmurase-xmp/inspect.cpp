@@ -33,12 +33,6 @@ json rate_of(const Movie& movie) {
                         {"rate", each.rate ? json(to_text(*each.rate)) : json()},
                         {"used", &each == used}});
   }
-  if (!movie.duration_scale.empty()) {
-    evidence.push_back({{"property", "duration/scale"},
-                        {"text", movie.duration_scale},
-                        {"rate", json()},
-                        {"used", used == nullptr && frames_can_be_counted(movie)}});
-  }
   const std::string scale = normal_scale(movie);
   const std::optional<double> rate = rate_of_scale(scale);
   return {{"frames_per_second", rate ? json(*rate) : json()},
@@ -53,7 +47,7 @@ json timecodes_of(const Movie& movie) {
         {{"property", each.property},
          {"format", each.format},
          {"value", each.value},
-         {"used", &each == &movie.timecodes.front() && frames_can_be_counted(movie)}});
+         {"used", &each == &movie.timecodes.front() && used_evidence(movie) != nullptr}});
   }
   return timecodes;
 }
@@ -130,7 +124,7 @@ std::vector<std::string> warnings_of(const Movie& movie) {
   std::vector<std::string> warnings = movie.warnings;
   const RateEvidence* const used = used_evidence(movie);
   for (const RateEvidence& each : movie.evidence) {
-    if (each.rate && *each.rate != *used->rate) {
+    if (each.rate && *each.rate != *used->rate && !is_scale(each)) {
       warnings.push_back(
           fmt::format("{} gives {} frames per second, {} gives {}; the former counts",
                       used->property, to_text(*used->rate), each.property, to_text(*each.rate)));
@@ -187,7 +181,8 @@ std::string as_lines(const json& found) {
   }
   for (const json& each : rate["evidence"])
     line("  {} {}: {}{}", each["used"].get<bool>() ? "*" : " ", shown(each["property"]),
-         shown(each["text"]), each["rate"].is_null() ? "" : " = " + shown(each["rate"]));
+         shown(each["text"]),
+         each["rate"].is_null() || each["rate"] == each["text"] ? "" : " = " + shown(each["rate"]));
   line("timecode   {}",
        found["start_timecode"].is_null() ? "none" : shown(found["start_timecode"]));
   for (const json& each : found["timecodes"])
@@ -232,7 +227,7 @@ std::string inspect(const std::string& path, const Packet& packet, Movie& movie,
                {"form", form},
                {"damaged", movie.damaged}}},
              {"rate", rate_of(movie)},
-             {"start_timecode", movie.timecodes.empty() || !frames_can_be_counted(movie)
+             {"start_timecode", movie.timecodes.empty() || used_evidence(movie) == nullptr
                                     ? json()
                                     : json(normal_timecode(movie.timecodes.front()))},
              {"timecodes", timecodes_of(movie)},

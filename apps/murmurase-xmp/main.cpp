@@ -16,7 +16,6 @@
 #include "core/nearest.h"
 #include "failure.h"
 #include "inspect.h"
-#include "library.h"
 #include "movie.h"
 #include "normal_packet.h"
 #include "packet.h"
@@ -51,36 +50,50 @@ void report(std::string_view failure) {
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
-Movie read(const Packet& packet, const std::string& path) {
-  return read_movie(packet, [&]() -> std::optional<Timecode> {
-    const std::optional<TrackTimecode> found = read_timecode_track(path);
-    if (!found) return std::nullopt;
-    return Timecode{"timecode track", found->format, found->value};
-  });
+struct Reading {
+  Packet packet;
+  Movie movie;
+};
+
+// The words of the sidecar count if the movie's own packet has none.
+Reading read(const std::string& path) {
+  MovieClock clock;
+  Packet packet = find_packet(path, &clock);
+  Movie movie = read_movie(packet, clock);
+  if (movie.words.empty() && packet.file == path && !is_xmp_file(path)) {
+    try {
+      if (const std::optional<Packet> sidecar = find_sidecar(path)) {
+        Movie both = read_movie(packet, clock, &*sidecar);
+        if (!both.words.empty()) {
+          movie = std::move(both);
+          movie.warnings.push_back(
+              fmt::format("its own packet has no words; those of the sidecar {} are used",
+                          in_quotes(sidecar->file.native())));
+        }
+      }
+    } catch (const Failure& failure) {
+      movie.warnings.push_back(fmt::format(
+          "its own packet has no words, and the sidecar is passed over: {}", failure.what()));
+    }
+  }
+  return {std::move(packet), std::move(movie)};
 }
 
 void get(const std::string& path, bool raw) {
-  std::optional<Library> library(std::in_place);
-  Packet packet = find_packet(path);
   if (raw) {
-    print(packet.bytes);
+    print(find_packet(path, nullptr).bytes);
     return;
   }
-  Movie movie = read(packet, path);
-  packet.bytes = {};
-  const std::string text = print_normal_packet(movie);
-  library.reset();
-  for (const std::string& warning : movie.warnings) report(in_quotes(path) + ": " + warning);
+  Reading found = read(path);
+  found.packet.bytes = {};
+  const std::string text = print_normal_packet(found.movie);
+  for (const std::string& warning : found.movie.warnings) report(in_quotes(path) + ": " + warning);
   print(text);
 }
 
 void inspect(const std::string& path, bool as_json) {
-  std::optional<Library> library(std::in_place);
-  const Packet packet = find_packet(path);
-  Movie movie = read(packet, path);
-  const std::string text = inspect(path, packet, movie, as_json);
-  library.reset();
-  print(text);
+  Reading found = read(path);
+  print(inspect(path, found.packet, found.movie, as_json));
 }
 
 // The arguments in the order that CLI11 wants, last first. A movie whose name begins with a dash

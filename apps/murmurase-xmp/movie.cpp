@@ -125,8 +125,14 @@ std::string why_no_label(const Timecode& timecode) {
   return too_large ? "it holds a number of more than 9 digits" : "";
 }
 
-void read_timecodes(const Gathered& gathered, Movie& movie,
-                    const std::function<std::optional<Timecode>()>& timecode_track) {
+constexpr const char* timecode_track = "timecode track";
+constexpr const char* video_track = "video track";
+
+RateEvidence evidence_of_track(const char* track, Rational rate) {
+  return {track, to_text(rate), rate};
+}
+
+void read_timecodes(const Gathered& gathered, const MovieClock& clock, Movie& movie) {
   for (const Timecode& each : {gathered.alternative_timecode, gathered.start_timecode}) {
     if (each.value.empty()) continue;
     const std::string why = why_no_label(each);
@@ -136,8 +142,19 @@ void read_timecodes(const Gathered& gathered, Movie& movie,
       movie.warnings.push_back(
           fmt::format("the {} {} is left out: {}", each.property, in_quotes(each.value), why));
   }
-  if (movie.timecodes.empty())
-    if (std::optional<Timecode> found = timecode_track()) movie.timecodes.push_back(*found);
+  if (movie.timecodes.empty()) {
+    if (!clock.warning.empty()) movie.warnings.push_back(clock.warning);
+    if (!clock.label.empty()) {
+      const bool drop_frame = clock.label.find(';') != std::string::npos;
+      movie.timecodes.push_back(
+          {timecode_track,
+           clock.timecode_rate ? name_of_time_format({*clock.timecode_rate, drop_frame}) : "",
+           clock.label});
+      if (clock.timecode_rate)
+        movie.evidence.push_back(evidence_of_track(timecode_track, *clock.timecode_rate));
+      return;
+    }
+  }
   // A timecode that was set without a format counts as the movie's own does.
   if (movie.timecodes.size() == 2 && movie.timecodes[0].format.empty())
     movie.timecodes[0].format = movie.timecodes[1].format;
@@ -150,7 +167,7 @@ void read_timecodes(const Gathered& gathered, Movie& movie,
   }
 }
 
-void read_rates(const Gathered& gathered, Movie& movie) {
+void read_rates(const Gathered& gathered, const MovieClock& clock, Movie& movie) {
   if (!gathered.video_rate.empty())
     movie.evidence.push_back(
         {"videoFrameRate", gathered.video_rate, read_video_rate(gathered.video_rate)});
@@ -160,62 +177,82 @@ void read_rates(const Gathered& gathered, Movie& movie) {
     movie.evidence.push_back(
         {"startTimeScale/startTimeSampleSize", text, rate ? true_rate(*rate) : std::nullopt});
   }
+  if (!movie.duration_scale.empty())
+    movie.evidence.push_back(evidence_of_scale(movie.duration_scale));
+  if (clock.timecode_rate &&
+      (movie.timecodes.empty() || movie.timecodes[0].property != timecode_track))
+    movie.evidence.push_back(evidence_of_track(timecode_track, *clock.timecode_rate));
+  if (clock.video_rate) movie.evidence.push_back(evidence_of_track(video_track, *clock.video_rate));
   for (const RateEvidence& each : movie.evidence) {
-    if (!each.rate)
+    if (!each.rate && !is_scale(each))
       movie.warnings.push_back(fmt::format("the {} {} gives no frame rate and is passed over",
                                            each.property, in_quotes(each.text)));
   }
-  if (used_evidence(movie) != nullptr) return;
+  if (const RateEvidence* const used = used_evidence(movie)) {
+    // Where the scale alone would not be believed, the packet says the track's rate once more.
+    if ((used->property == timecode_track || used->property == video_track) &&
+        !evidence_of_scale(normal_scale(movie)).rate)
+      movie.others.push_back({"xmpDM", std::string(dynamic_media), "videoFrameRate", used->text});
+    return;
+  }
   const bool has_duration = !movie.duration_scale.empty() || !movie.duration_value.empty();
   if (!has_duration && movie.timecodes.empty()) return;
-  const std::optional<double> rate = rate_of_scale(movie.duration_scale);
-  if (rate && *rate >= 20 && *rate <= 120) return;
   std::string warning = "nothing tells the frame rate";
   if (!movie.duration_scale.empty()) {
+    const std::optional<double> rate = rate_of_scale(movie.duration_scale);
     warning += fmt::format(" but the duration's scale {}, which reads as {}",
                            in_quotes(movie.duration_scale),
                            rate ? fmt::format("{} frames per second", *rate) : "no rate");
   }
-  if (!frames_can_be_counted(movie)) {
-    const char* const left_out = !has_duration ? "the start timecode is"
-                                 : movie.timecodes.empty()
-                                     ? "the duration is"
-                                     : "the duration and the start timecode are";
-    warning += fmt::format("; {} left out, and times are clock times", left_out);
-  }
+  const char* const left_out = !has_duration ? "the start timecode is"
+                               : movie.timecodes.empty()
+                                   ? "the duration is"
+                                   : "the duration and the start timecode are";
+  warning += fmt::format("; {} left out, and times are clock times", left_out);
   movie.warnings.push_back(warning);
+}
+
+void warn_of_speech_elsewhere(const Gathered& gathered, Movie& movie) {
+  const auto elsewhere = std::ranges::find_if(gathered.other_clips, holds_speech);
+  if (!movie.words.empty() || elsewhere == gathered.other_clips.end()) return;
+  movie.warnings.push_back(fmt::format(
+      "the only Speech track stands in xmpMM:{}, the metadata of another clip that this "
+      "movie was made from; read that clip, or have this movie transcribed",
+      elsewhere->name()));
 }
 
 }  // namespace
 
-Movie read_movie(const Packet& packet,
-                 const std::function<std::optional<Timecode>()>& timecode_track) {
+Movie read_movie(const Packet& packet, const MovieClock& clock, const Packet* sidecar) {
   Movie movie;
-  const ParsedPacket parsed = parse_packet(packet);
-  movie.damaged = !parsed.problem.empty();
-  if (movie.damaged)
-    movie.warnings.push_back(fmt::format(
-        "the packet is damaged and was read as far as it can be: {}", escaped(parsed.problem)));
   Gathered gathered;
-  bool any = false;
-  rdf::for_each_property(rdf::find_rdf(parsed.document.get()), [&](Property property) {
-    any = true;
-    gather(property, movie, gathered);
-  });
-  if (!any && movie.damaged)
-    fail("no XMP properties are left in the damaged packet of {}; have it written again",
-         in_quotes(packet.file.native()));
-  read_timecodes(gathered, movie, timecode_track);
-  read_rates(gathered, movie);
-  for (const Property tracks : gathered.track_lists) read_tracks(tracks, packet.file, movie);
-  const auto elsewhere = std::ranges::find_if(gathered.other_clips, holds_speech);
-  if (movie.words.empty() && elsewhere != gathered.other_clips.end()) {
-    movie.warnings.push_back(
-        fmt::format("the only Speech track stands in xmpMM:{}, the metadata of another clip that "
-                    "this movie was "
-                    "made from; read that clip, or have this movie transcribed",
-                    elsewhere->name()));
+  std::size_t passed_on = 0;         // of the properties, those of the packet
+  std::vector<ParsedPacket> parsed;  // what is gathered lies in these
+  for (const Packet* const each : {&packet, sidecar}) {
+    if (each == nullptr) continue;
+    parsed.push_back(parse_packet(*each));
+    const std::string& problem = parsed.back().problem;
+    if (!problem.empty()) {
+      movie.damaged = true;
+      movie.warnings.push_back(fmt::format(
+          "the packet is damaged and was read as far as it can be: {}", escaped(problem)));
+    }
+    bool any = false;
+    rdf::for_each_property(rdf::find_rdf(parsed.back().document.get()), [&](Property property) {
+      any = true;
+      gather(property, movie, gathered);
+    });
+    if (!any && !problem.empty())
+      fail("no XMP properties are left in the damaged packet of {}; have it written again",
+           in_quotes(each->file.native()));
+    if (each == &packet) passed_on = movie.others.size();
   }
+  movie.others.resize(passed_on);
+  read_timecodes(gathered, clock, movie);
+  read_rates(gathered, clock, movie);
+  const std::filesystem::path& file = sidecar == nullptr ? packet.file : sidecar->file;
+  for (const Property tracks : gathered.track_lists) read_tracks(tracks, file, movie);
+  warn_of_speech_elsewhere(gathered, movie);
   return movie;
 }
 

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "movie_clock.h"
 #include "packet.h"
 #include "rational.h"
 
@@ -74,10 +74,9 @@ struct Movie {
   std::vector<std::string> warnings;  // What was recovered or had to be assumed.
 };
 
-// Reads `packet`. `timecode_track` is asked for the timecode that the movie keeps outside of it
-// when the packet has none. Throws Failure, saying what and where, if it cannot be understood.
-Movie read_movie(const Packet& packet,
-                 const std::function<std::optional<Timecode>()>& timecode_track);
+// Reads `packet`, and then what it lacks from `sidecar`, if there is one; what the packet says of time
+// comes before `clock`. Throws Failure, saying what and where, if either cannot be understood.
+Movie read_movie(const Packet& packet, const MovieClock& clock, const Packet* sidecar = nullptr);
 
 // The whole movie's duration in seconds; nothing if the packet does not give it.
 std::optional<Rational> duration_of(const Movie& movie);

@@ -178,7 +178,7 @@ void append_other(std::string& out, const OtherProperty& other) {
 std::string print_normal_packet(Movie& movie) {
   std::string out(head);
   append_duration(out, movie);
-  if (!movie.timecodes.empty() && frames_can_be_counted(movie))
+  if (!movie.timecodes.empty() && used_evidence(movie) != nullptr)
     append_timecode(out, movie.timecodes.front());
   for (const OtherProperty& other : movie.others) append_other(out, other);
   const bool has_speech =

@@ -22,6 +22,8 @@ constexpr std::array ntsc_formats{NtscFormat{"23976", {24000, 1001}},
 
 bool is_separator(char c) { return c == ':' || c == ';' || c == '.' || c == ','; }
 
+constexpr const char* scale_property = "duration/scale";
+
 bool take_end(std::string_view& text, std::string_view end) {
   if (!text.ends_with(end)) return false;
   text.remove_suffix(end.size());
@@ -39,6 +41,17 @@ std::optional<TimeFormat> read_time_format(std::string_view format) {
   const auto rate = read_fraction(format);
   if (!rate || rate->denominator != 1 || !true_rate(*rate)) return std::nullopt;
   return TimeFormat{*rate, drop_frame};
+}
+
+std::string name_of_time_format(TimeFormat format) {
+  if (format.rate.denominator == 1)
+    return format.drop_frame ? "" : fmt::format("{}Timecode", format.rate.numerator);
+  for (const NtscFormat& each : ntsc_formats) {
+    if (each.rate != format.rate) continue;
+    if (each.digits == "23976") return format.drop_frame ? "" : "23976Timecode";
+    return fmt::format("{}{}Timecode", each.digits, format.drop_frame ? "Drop" : "NonDrop");
+  }
+  return {};
 }
 
 std::optional<Rational> true_rate(Rational rate) {
@@ -79,16 +92,19 @@ std::optional<double> rate_of_scale(std::string_view scale) {
   return rate > 0 && std::isfinite(rate) ? std::optional(rate) : std::nullopt;
 }
 
-bool frames_can_be_counted(const Movie& movie) {
-  if (used_evidence(movie) != nullptr) return true;
-  const std::optional<double> rate = rate_of_scale(movie.duration_scale);
-  return rate && *rate >= 0.5 && *rate <= 1e6;
+bool is_scale(const RateEvidence& evidence) { return evidence.property == scale_property; }
+
+RateEvidence evidence_of_scale(const std::string& scale) {
+  const std::optional<double> rate = rate_of_scale(scale);
+  if (!rate || *rate < 20 || *rate > 120) return {scale_property, scale, std::nullopt};
+  const auto millionths = make_rational(std::llround(*rate * 1e6), 1'000'000);
+  return {scale_property, scale, true_rate(*millionths)};
 }
 
 std::string normal_scale(const Movie& movie) {
-  if (!frames_can_be_counted(movie)) return {};
   const RateEvidence* const evidence = used_evidence(movie);
-  if (evidence == nullptr) return movie.duration_scale;
+  if (evidence == nullptr) return {};
+  if (is_scale(*evidence)) return movie.duration_scale;
   const Rational rate = *evidence->rate;
   const double wanted = to_double(rate);
   if (rate_of_scale(movie.duration_scale) == wanted) return movie.duration_scale;

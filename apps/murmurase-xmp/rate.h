@@ -16,6 +16,9 @@ struct TimeFormat {
 // Nothing for a format that does not count frames, such as one of samples or of feet of film.
 std::optional<TimeFormat> read_time_format(std::string_view format);
 
+// The name of the time format that says this; empty if there is none.
+std::string name_of_time_format(TimeFormat format);
+
 // Frames per second of an xmpDM:videoFrameRate: "24", "NTSC", "PAL", "29.97 fps", "30000/1001",
 // "23.98p"; "50i" counts fields, of which two make a frame.
 std::optional<Rational> read_video_rate(std::string_view text);
@@ -28,12 +31,12 @@ std::optional<Rational> true_rate(Rational rate);
 const RateEvidence* used_evidence(const Movie& movie);
 
 // The scale of the movie's duration from which the readers compute the true rate: the movie's own
-// if they do, or if nothing else tells the rate. Empty if frames cannot be counted.
+// if they do, or if it is the evidence. Empty without evidence.
 std::string normal_scale(const Movie& movie);
 
-// Whether anything tells a rate of at least half a frame per second, which timecodes count as one, and
-// of a million at the most.
-bool frames_can_be_counted(const Movie& movie);
+// The evidence that the duration's scale is: a rate if it reads as 20 to 120 frames per second.
+RateEvidence evidence_of_scale(const std::string& scale);
+bool is_scale(const RateEvidence& evidence);
 
 // The frames per second that the readers compute from `scale`; nothing if that is no positive number.
 std::optional<double> rate_of_scale(std::string_view scale);

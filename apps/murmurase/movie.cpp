@@ -95,9 +95,13 @@ Failure movie_failure(const std::string& movie, const Failure& failure, std::str
 }
 
 std::vector<std::string> inputs_of(const MovieOptions& options) {
-  return {options.movie,          std::filesystem::path(options.movie).replace_extension(".xmp"),
-          options.movie + ".xmp", options.names_file,
-          options.own_names_file, program_file(tool_of(options))};
+  std::vector<std::string> inputs{options.movie, options.names_file, options.own_names_file,
+                                  program_file(tool_of(options))};
+  for (const char* const ending : {".xmp", ".XMP"}) {
+    inputs.push_back(std::filesystem::path(options.movie).replace_extension(ending));
+    inputs.push_back(options.movie + ending);
+  }
+  return inputs;
 }
 
 }  // namespace host
