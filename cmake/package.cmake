@@ -11,6 +11,8 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_SECTION video)
 # The libraries of the programs and of the module that they load.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# murmurase-xmp loads it, if it is there, for the timecodes of MXF, Matroska and AVI files.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS libmediainfo0v5)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "transcripts, workbooks and clips from speech in movies")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
 "murmurase reads the speech transcription in a QuickTime movie's XMP metadata,
