@@ -99,10 +99,11 @@ std::string in_child(const InputFile& movie, const char* library,
   if (WIFEXITED(status) && WEXITSTATUS(status) == result) return std::string(text.view());
   if (WIFEXITED(status) && WEXITSTATUS(status) == refusal && text.size() > 0)
     throw Failure(std::string(text.view()));
-  if (WIFEXITED(status) && WEXITSTATUS(status) == out_of_memory)
+  if (WIFEXITED(status) && WEXITSTATUS(status) == out_of_memory) {
     fail(
         "cannot read {}: {} would need more than the 512 MiB that it may take; check that it plays",
         name, library);
+  }
   if (WIFSIGNALED(status) && WTERMSIG(status) == SIGXCPU)
     fail("cannot read {}: {} was still searching it after a minute; check that it plays", name,
          library);

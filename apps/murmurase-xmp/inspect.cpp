@@ -179,10 +179,11 @@ std::string as_lines(const json& found) {
          rate["frames_per_second"].dump(),
          in_quotes(rate["duration_scale"].get_ref<const std::string&>()));
   }
-  for (const json& each : rate["evidence"])
+  for (const json& each : rate["evidence"]) {
     line("  {} {}: {}{}", each["used"].get<bool>() ? "*" : " ", shown(each["property"]),
          shown(each["text"]),
          each["rate"].is_null() || each["rate"] == each["text"] ? "" : " = " + shown(each["rate"]));
+  }
   line("timecode   {}",
        found["start_timecode"].is_null() ? "none" : shown(found["start_timecode"]));
   for (const json& each : found["timecodes"])

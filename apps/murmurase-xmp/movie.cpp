@@ -167,7 +167,7 @@ void read_timecodes(const Gathered& gathered, const MovieClock& clock, Movie& mo
   }
 }
 
-void read_rates(const Gathered& gathered, const MovieClock& clock, Movie& movie) {
+void gather_evidence(const Gathered& gathered, const MovieClock& clock, Movie& movie) {
   if (!gathered.video_rate.empty())
     movie.evidence.push_back(
         {"videoFrameRate", gathered.video_rate, read_video_rate(gathered.video_rate)});
@@ -188,13 +188,9 @@ void read_rates(const Gathered& gathered, const MovieClock& clock, Movie& movie)
       movie.warnings.push_back(fmt::format("the {} {} gives no frame rate and is passed over",
                                            each.property, in_quotes(each.text)));
   }
-  if (const RateEvidence* const used = used_evidence(movie)) {
-    // Where the scale alone would not be believed, the packet says the track's rate once more.
-    if ((used->property == timecode_track || used->property == video_track) &&
-        !evidence_of_scale(normal_scale(movie)).rate)
-      movie.others.push_back({"xmpDM", std::string(dynamic_media), "videoFrameRate", used->text});
-    return;
-  }
+}
+
+void warn_without_rate(Movie& movie) {
   const bool has_duration = !movie.duration_scale.empty() || !movie.duration_value.empty();
   if (!has_duration && movie.timecodes.empty()) return;
   std::string warning = "nothing tells the frame rate";
@@ -210,6 +206,19 @@ void read_rates(const Gathered& gathered, const MovieClock& clock, Movie& movie)
                                    : "the duration and the start timecode are";
   warning += fmt::format("; {} left out, and times are clock times", left_out);
   movie.warnings.push_back(warning);
+}
+
+void read_rates(const Gathered& gathered, const MovieClock& clock, Movie& movie) {
+  gather_evidence(gathered, clock, movie);
+  const RateEvidence* const used = used_evidence(movie);
+  if (used == nullptr) {
+    warn_without_rate(movie);
+    return;
+  }
+  // If the scale alone would not be believed, the packet says the track's rate once more.
+  if ((used->property == timecode_track || used->property == video_track) &&
+      !evidence_of_scale(normal_scale(movie)).rate)
+    movie.others.push_back({"xmpDM", std::string(dynamic_media), "videoFrameRate", used->text});
 }
 
 void warn_of_speech_elsewhere(const Gathered& gathered, Movie& movie) {
