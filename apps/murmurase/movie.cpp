@@ -53,19 +53,20 @@ std::string printable_lines(std::string_view text) {
   return lines;
 }
 
-std::string parse_movie(Controller& controller, const MovieOptions& options) {
+// `said` becomes what the tool said on standard error.
+void parse_movie(Controller& controller, const MovieOptions& options, std::string& said) {
   CapturedErrors errors;
   // No tool may take it for an option.
   const std::string path = options.movie.starts_with('-') ? "./" + options.movie : options.movie;
   const Value track_types = controller.call("parse_xmp_from_mov", {path});
-  const std::string said = errors.restore();
-  if (track_types == nullptr) throw tool_failure(said, options.movie);
+  const std::string raw = errors.restore();
+  if (track_types == nullptr) throw tool_failure(raw, options.movie);
+  said = printable_lines(raw);
   if (!controller.holds("transcription_xml")) {
     throw Failure(
         "it has no speech transcription; no track in its XMP is of type \"Speech\": transcribe the "
         "movie, or name an .xmp file that holds its transcription");
   }
-  return printable_lines(said);
 }
 
 std::string tool_of(const MovieOptions& options) {
@@ -78,7 +79,7 @@ std::string tool_of(const MovieOptions& options) {
 void read_movie(Controller& controller, const MovieOptions& options, std::string& said) {
   controller.set("xmpcommand", tool_of(options));
   controller.set("mov_file_path", options.movie);
-  said = parse_movie(controller, options);
+  parse_movie(controller, options, said);
   controller.call("build_speakers_array", {});
   Names known = options.names_of_file;
   if (!options.own_names_file.empty()) {
