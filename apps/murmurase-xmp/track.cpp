@@ -91,11 +91,15 @@ bool is_speech(const std::string& types) {
 }
 
 // `text` with a blank for each line end: a text transcript would show what follows one as a new line.
-std::string without_line_ends(std::string_view text, bool& had_line_ends) {
+std::string without_line_ends(std::string whole, bool& had_line_ends) {
+  const auto may_begin_one = [](char c) {
+    return c == '\n' || c == '\r' || c == '\xC2' || c == '\xE2';
+  };
+  if (std::ranges::none_of(whole, may_begin_one)) return whole;  // nearly always
   constexpr std::array<std::string_view, 6> ends{"\r\n",     "\n",           "\r",
                                                  "\xC2\x85", "\xE2\x80\xA8", "\xE2\x80\xA9"};
   std::string line;
-  line.reserve(text.size());
+  std::string_view text = whole;
   while (!text.empty()) {
     const auto* const end =
         std::ranges::find_if(ends, [&](std::string_view each) { return text.starts_with(each); });
