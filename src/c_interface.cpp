@@ -2,10 +2,12 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "core/convert.h"
 #include "core/fields.h"
@@ -160,6 +162,10 @@ class CallbackHost : public murmurase::HostBridge {
   murmurase_host callbacks_;
 };
 
+std::optional<std::string> text_or_none(const char* text) {
+  return text == nullptr ? std::nullopt : std::optional<std::string>(text);
+}
+
 struct Startup {
   murmurase::Module module{murmurase::system_platform()};
   murmurase_error* error = nullptr;
@@ -171,14 +177,6 @@ Startup& startup() noexcept {
   alignas(Startup) static std::byte place[sizeof(Startup)];
   static Startup& only = *new (place) Startup;
   return only;
-}
-
-// Sets a choice of the host's, for all controllers; NULL for none.
-murmurase_error* choose(std::optional<std::string> murmurase::Process::*choice, const char* text) {
-  return guarded([&] {
-    startup().module.process.*choice =
-        text == nullptr ? std::nullopt : std::optional<std::string>(text);
-  });
 }
 
 }  // namespace
@@ -382,7 +380,12 @@ const char* murmurase_clip_fault(const murmurase_controller* controller, int64_t
 murmurase_error* murmurase_controller_new(const murmurase_host* host,
                                           murmurase_controller** result) {
   return guarded([&] {
-    const murmurase_host& callbacks = checked(host, "the host");
+    const size_t size = checked(host, "the host").size;
+    if (size < offsetof(murmurase_host, wordGroupingSlider_value)) {
+      throw Error(ErrorKind::argument, "the host does not begin with its size");
+    }
+    murmurase_host callbacks{};  // those that an older host does not know stay null
+    std::memcpy(&callbacks, host, std::min(size, sizeof callbacks));
     auto& target = checked(result, "the result");
     target = new murmurase_controller(callbacks);
   });
@@ -422,16 +425,21 @@ murmurase_error* murmurase_call(murmurase_controller* controller, const char* op
   });
 }
 
-int murmurase_tool_status(void) { return startup().module.process.tool_status; }
+int murmurase_tool_status(const murmurase_controller* controller) {
+  return controller == nullptr ? 0 : controller->controller.tool_status;
+}
 
 void murmurase_end_tool(void) { murmurase::system_platform().end_xmp_tool(); }
 
 void murmurase_set_host_ui_active(bool active) { startup().module.process.host_ui_active = active; }
 
-murmurase_error* murmurase_set_open_command(const char* command) {
-  return choose(&murmurase::Process::open_command, command);
+murmurase_error* murmurase_set_open_command(murmurase_controller* controller, const char* command) {
+  return guarded([&] {
+    checked(controller, "the controller").controller.open_command = text_or_none(command);
+  });
 }
 
-murmurase_error* murmurase_set_clip_file(const char* path) {
-  return choose(&murmurase::Process::clip_file, path);
+murmurase_error* murmurase_set_clip_file(murmurase_controller* controller, const char* path) {
+  return guarded(
+      [&] { checked(controller, "the controller").controller.clip_file = text_or_none(path); });
 }

@@ -213,8 +213,8 @@ static void clip_road(murmurase_controller* controller) {
   const char* const commands[] = {"true", "false", NULL};
   for (int i = 0; i < 3; ++i) {
     bool opened = false;
-    EXPECT(succeeded(m.set_open_command(commands[i])));
-    EXPECT(succeeded(m.set_clip_file(i == 1 ? "/dev/null" : NULL)));
+    EXPECT(succeeded(m.set_open_command(controller, commands[i])));
+    EXPECT(succeeded(m.set_clip_file(controller, i == 1 ? "/dev/null" : NULL)));
     EXPECT(succeeded(call(controller, "create_clip_with_markers", 0, NULL, NULL, &value)));
     EXPECT(succeeded(m.get_boolean(value, &opened)) && opened == (i == 0));
     m.value_free(value);
@@ -237,6 +237,7 @@ static void misuse(murmurase_controller* controller, const murmurase_host* host)
 
   EXPECT(kind(m.controller_new(NULL, &controller)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.controller_new(host, NULL)) == MURMURASE_ERROR_ARGUMENT);
+  EXPECT(kind(m.controller_new(&(const murmurase_host){0}, &controller)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.get(NULL, "in", &value)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.get(controller, NULL, &value)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.get(controller, "in", NULL)) == MURMURASE_ERROR_ARGUMENT);
@@ -295,8 +296,8 @@ int main(int count, char** arguments) {
   EXPECT(strlen(m.version()) > 0);
 
   int table = 0;
-  const murmurase_host host = {&table, slider, reload};
-  const murmurase_host silent = {NULL, NULL, NULL};
+  const murmurase_host host = {sizeof host, &table, slider, reload};
+  const murmurase_host silent = {offsetof(murmurase_host, reloadData), NULL, NULL, NULL};
   murmurase_controller* controller = NULL;
   EXPECT(succeeded(m.controller_new(&host, &controller)));
   EXPECT(kind(m.call(controller, "to_timestamp", NULL, 0, NULL)) == MURMURASE_ERROR_NAME);

@@ -47,7 +47,7 @@ class CtypesHost(unittest.TestCase):
     def test_calls(self):
         m.Init_murmurase_algorithm()
         self.assertIsNone(m.murmurase_startup_error())
-        controller = make("controller_new", (P * 3)())  # no callbacks
+        controller = make("controller_new", (P * 4)(32))  # its size, and no callbacks
         frames = make("new_integer", ctypes.c_int64(107892))
         rate = make("new_integer", ctypes.c_int64(30))
         format = make("new_text", b"DF", ctypes.c_size_t(2))

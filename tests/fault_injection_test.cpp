@@ -104,7 +104,7 @@ bool three_words(void*, double* words) {
 class Road {
  public:
   Road() {
-    const murmurase_host host = {nullptr, three_words, nullptr};
+    const murmurase_host host = {sizeof(murmurase_host), nullptr, three_words, nullptr};
     step([&] { return murmurase_controller_new(&host, &controller_); });
   }
   ~Road() { murmurase_controller_free(controller_); }

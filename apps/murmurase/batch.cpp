@@ -84,7 +84,7 @@ std::string export_movie(const BatchOptions& options, const MovieOptions& movie,
                           "your editor",
                           printable(clip)));
         }
-        set_clip_file(path);
+        controller.set_clip_file(path);
         const MarkerExport done = export_markers(controller, clip);
         notes += clip_line(done, clip, path);
       });

@@ -245,9 +245,9 @@ void write_markers(const MovieOptions& options, const std::string& clip, const s
       check_output(options, written, OutputKind::working_clip, inputs);
       lock.emplace(std::filesystem::path(written).parent_path());
     } else {
-      set_clip_file(written);
+      controller.set_clip_file(written);
     }
-    if (!open_with.empty()) set_open_command(open_with);
+    if (!open_with.empty()) controller.set_open_command(open_with);
     const MarkerExport done = export_markers(controller, clip);
     if (!open_with.empty() && !done.opened) throw not_opened(open_with, written);
     if (own) print(printable(written) + '\n');

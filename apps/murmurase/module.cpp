@@ -226,24 +226,16 @@ std::string temp_xml_file() {
   return path;
 }
 
-int tool_status() { return module.tool_status(); }
-
 void end_tool() {
   if (module.end_tool != nullptr) module.end_tool();
 }
-
-void set_open_command(const std::string& command) {
-  check(module.set_open_command(command.c_str()));
-}
-
-void set_clip_file(const std::string& path) { check(module.set_clip_file(path.c_str())); }
 
 Controller::Controller(std::int64_t words) : words_(words) {
   const auto slider = [](void* context, double* value) {
     *value = static_cast<double>(*static_cast<std::int64_t*>(context));
     return true;
   };
-  const murmurase_host callbacks = {&words_, slider, nullptr};
+  const murmurase_host callbacks = {sizeof(murmurase_host), &words_, slider, nullptr};
   check(module.controller_new(&callbacks, &controller_));
   alive = controller_;
 }
@@ -282,6 +274,16 @@ std::string Controller::read_clip(const std::string& path) {
   }
   return text;
 }
+
+void Controller::set_clip_file(const std::string& path) {
+  check(module.set_clip_file(controller_, path.c_str()));
+}
+
+void Controller::set_open_command(const std::string& command) {
+  check(module.set_open_command(controller_, command.c_str()));
+}
+
+int Controller::tool_status() const { return module.tool_status(controller_); }
 
 std::string Controller::clip_fault() const {
   int64_t line = 0;

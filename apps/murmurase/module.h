@@ -44,13 +44,6 @@ Value to_value(const json& data);
 
 // The file that an export of markers writes unless another is set.
 std::string temp_xml_file();
-void set_clip_file(const std::string& path);
-
-// The program that opens the clips which the module writes.
-void set_open_command(const std::string& command);
-
-// How the last XMP tool ended, as waitpid reports it.
-int tool_status();
 
 // Asks the XMP tool that is running to end. For signal handlers too, whether or not there is a module.
 void end_tool();
@@ -68,6 +61,11 @@ class Controller {
   void set(const char* name, const json& value);
   // Reads a clip file into clip_xml. Gives what of it was repaired; empty for nothing.
   std::string read_clip(const std::string& path);
+  // The file that an export of markers writes, and the program that opens it.
+  void set_clip_file(const std::string& path);
+  void set_open_command(const std::string& command);
+  // How the last XMP tool ended, as waitpid reports it.
+  int tool_status() const;
   // What is wrong with the clip that was last written, and where; empty for nothing.
   std::string clip_fault() const;
   // Gives what the operation gives. A null handle is the null value.

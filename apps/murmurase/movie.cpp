@@ -20,13 +20,13 @@ using murmurase::printable;
 
 // Why the tool failed, of what it said: the last line is the one that tells. Our own tool's lines
 // stand for themselves. A tool that was killed had no chance to say so.
-Failure tool_failure(std::string said, const std::string& movie) {
+Failure tool_failure(std::string said, int status, const std::string& movie) {
   while (!said.empty() && (said.back() == '\n' || said.back() == ' ')) said.pop_back();
   if (const std::size_t last = said.rfind('\n'); last != std::string::npos) said.erase(0, last + 1);
   constexpr std::size_t most_shown = 1000;
   if (said.size() > most_shown) said.replace(0, said.size() - most_shown, "...");
   constexpr std::string_view own_tool = "murmurase-xmp: ";
-  if (const int status = tool_status(); WIFSIGNALED(status)) {
+  if (WIFSIGNALED(status)) {
     said = fmt::format("the XMP tool was killed: {}", strsignal(WTERMSIG(status)));
   } else if (said.starts_with(own_tool)) {
     said = printable(said.substr(own_tool.size()));
@@ -60,7 +60,7 @@ void parse_movie(Controller& controller, const MovieOptions& options, std::strin
   const std::string path = options.movie.starts_with('-') ? "./" + options.movie : options.movie;
   const Value track_types = controller.call("parse_xmp_from_mov", {path});
   const std::string raw = errors.restore();
-  if (track_types == nullptr) throw tool_failure(raw, options.movie);
+  if (track_types == nullptr) throw tool_failure(raw, controller.tool_status(), options.movie);
   said = printable_lines(raw);
   if (!controller.holds("transcription_xml")) {
     throw Failure(

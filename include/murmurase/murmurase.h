@@ -9,6 +9,23 @@
  *   4. sets fields, calls operations, gets fields and results,
  *   5. frees what it owns.
  *
+ * A transcript of a movie, in a host without windows, errors left out:
+ *
+ *   murmurase_host host = {sizeof host, NULL, NULL, NULL};
+ *   murmurase_controller* controller;
+ *   murmurase_value *tool, *movie, *path, *words;
+ *   Init_murmurase_algorithm();
+ *   murmurase_set_host_ui_active(false);
+ *   murmurase_controller_new(&host, &controller);
+ *   murmurase_new_text("/usr/bin/murmurase-xmp", 22, &tool);
+ *   murmurase_new_text("take.mov", 8, &movie);
+ *   murmurase_new_text("take.txt", 8, &path);
+ *   murmurase_new_integer(100, &words);
+ *   murmurase_set(controller, "xmpcommand", tool);
+ *   murmurase_call(controller, "parse_xmp_from_mov", (const murmurase_value*[]){movie}, 1, NULL);
+ *   murmurase_call(controller, "build_speakers_array", NULL, 0, NULL);
+ *   murmurase_call(controller, "save_to_text", (const murmurase_value*[]){words, path}, 2, NULL);
+ *
  * Conventions, for every function
  *
  *   Errors     A function that can fail returns an error, or NULL when it succeeded. The host owns
@@ -215,6 +232,7 @@ MURMURASE_CHECKED murmurase_error* murmurase_document_repair(const murmurase_val
  * operation needs it. A callback may get and set fields of the controller; it must not free it.
  */
 typedef struct murmurase_host {
+  size_t size; /* sizeof(murmurase_host): a host that is built today still loads a later module */
   void* context;
   /* Gives the word-grouping value: the largest number of words in a phrase, a whole number from 1;
    * 100 means no limit. */
@@ -225,7 +243,7 @@ typedef struct murmurase_host {
 
 typedef struct murmurase_controller murmurase_controller;
 
-/* A controller with every field absent. Errors: memory; argument for a null pointer. */
+/* A controller with every field absent. Errors: memory; argument for a null pointer, or without a size. */
 MURMURASE_CHECKED murmurase_error* murmurase_controller_new(const murmurase_host* host,
                                                             murmurase_controller** result);
 MURMURASE_API void murmurase_controller_free(murmurase_controller* controller);
@@ -296,6 +314,17 @@ MURMURASE_CHECKED murmurase_error* murmurase_set(murmurase_controller* controlle
  *                                                 in. A marker ends one frame before its phrase begins,
  *                                                 and starts where the phrase before it starts
  *
+ * What they need of the fields, beside their arguments; only the host sets xmpcommand, mov_file_path,
+ * clip_xml (the first item that parse_xml_file gives) and speakersTableView:
+ *
+ *   parse_xmp_from_mov        xmpcommand
+ *   build_speakers_array      transcription_xml; to be called again after each movie that is read
+ *   build_words_array         transcription_xml, speakers_array; unless murmurase_set_host_ui_active(false)
+ *                             was called, speakersTableView and the host's reloadData
+ *   save_to_text              what build_words_array needs, which each of these three calls first
+ *   save_to_excel             the same, and mov_file_path
+ *   create_clip_with_markers  the same but mov_file_path, clip_xml and the host's wordGroupingSlider_value
+ *
  * A file that is there is replaced by a whole new one with the same owner, group, permissions and access
  * list, and with its other extended attributes as far as the system lets it. If a new file cannot have
  * these, or the folder takes none, the old one is written in place, if it can be; only then can SIGKILL, a
@@ -332,10 +361,10 @@ MURMURASE_API const char* murmurase_clip_fault(const murmurase_controller* contr
                                                int64_t* line);
 
 /*
- * How the XMP tool of the last parse_xmp_from_mov ended, as waitpid() reports it: why the tool failed
- * when the operation gave null. 0 before the first.
+ * How the XMP tool of the controller's last parse_xmp_from_mov ended, as waitpid() reports it: why the
+ * tool failed when the operation gave null. 0 before the first.
  */
-MURMURASE_API int murmurase_tool_status(void);
+MURMURASE_API int murmurase_tool_status(const murmurase_controller* controller);
 
 /*
  * Asks the XMP tool that parse_xmp_from_mov now waits for to end, by SIGTERM; does nothing when none
@@ -351,20 +380,20 @@ MURMURASE_API void murmurase_end_tool(void);
 MURMURASE_API void murmurase_set_host_ui_active(bool active);
 
 /*
- * The program that opens written clips, for all controllers of the process: a path, or a name to be
- * found in $PATH. It is run with the file's path as its one argument, without a shell, its standard
+ * The program that opens the clips that the controller writes: a path, or a name to be found in $PATH. It is run with the file's path as its one argument, without a shell, its standard
  * output discarded, and waited for; the opening is accepted when it ends with status 0. NULL, as until
  * the first call: none, and no opening is accepted. Errors: memory.
  */
-MURMURASE_CHECKED murmurase_error* murmurase_set_open_command(const char* command);
+MURMURASE_CHECKED murmurase_error* murmurase_set_open_command(murmurase_controller* controller,
+                                                              const char* command);
 
 /*
- * The file that create_clip_with_markers writes, for all controllers of the process, in place of
- * TEMP_XML_FILE; written as the files of the other exports are: links are followed, devices and pipes
+ * The file that the controller's create_clip_with_markers writes in place of TEMP_XML_FILE; written as the files of the other exports are: links are followed, devices and pipes
  * written straight. A path that is not absolute is one from the folder that the process is in when the
  * clip is written. NULL, as until the first call: TEMP_XML_FILE. Errors: memory.
  */
-MURMURASE_CHECKED murmurase_error* murmurase_set_clip_file(const char* path);
+MURMURASE_CHECKED murmurase_error* murmurase_set_clip_file(murmurase_controller* controller,
+                                                           const char* path);
 
 #ifdef __cplusplus
 }

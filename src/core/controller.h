@@ -56,9 +56,6 @@ struct Process {
   Platform& platform;
   std::optional<std::string> temp_xml_file;  // TEMP_XML_FILE: unset without Application Support
   bool host_ui_active = true;
-  int tool_status = 0;  // the last XMP tool's, as waitpid reports it
-  std::optional<std::string> open_command = std::nullopt;  // opens written clips; the host's choice
-  std::optional<std::string> clip_file = std::nullopt;     // in place of temp_xml_file; the same
 };
 
 struct Controller : ControllerState {
@@ -66,6 +63,9 @@ struct Controller : ControllerState {
 
   Process& process;
   HostBridge& host;
+  std::optional<std::string> open_command;  // opens written clips; the host's choice
+  std::optional<std::string> clip_file;     // in place of temp_xml_file; the host's choice
+  int tool_status = 0;                      // the last XMP tool's, as waitpid reports it
   std::optional<XmlFault> clip_fault;  // of the last clip written; absent when it is well-formed
 };
 

@@ -202,13 +202,13 @@ bool create_clip_with_markers(Controller& controller) {
               static_cast<double>(leading_integer(xml::text_start(timebase))));
 
   Process& process = controller.process;
-  if (!process.clip_file && !process.temp_xml_file) {
+  if (!controller.clip_file && !process.temp_xml_file) {
     throw Error(ErrorKind::name,
                 "TEMP_XML_FILE is not set: start-up found no Application Support directory");
   }
-  const std::string& path = process.clip_file ? *process.clip_file : *process.temp_xml_file;
+  const std::string& path = controller.clip_file ? *controller.clip_file : *process.temp_xml_file;
   xml::Serialized file = xml::serialize(document, clip_name(document));
-  if (process.clip_file) {
+  if (controller.clip_file) {
     process.platform.replace_file(path, file.bytes);
   } else {
     process.platform.replace_own_file(path, file.bytes);
@@ -216,7 +216,7 @@ bool create_clip_with_markers(Controller& controller) {
   controller.clip_fault = std::move(file.fault);
   controller.clip_xml_clone.reset();
   process.platform.set_finder_info(path, final_cut_pro_creator);
-  return process.open_command && process.platform.open_with(*process.open_command, path);
+  return controller.open_command && process.platform.open_with(*controller.open_command, path);
 }
 
 }  // namespace murmurase

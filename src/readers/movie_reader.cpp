@@ -53,7 +53,7 @@ std::optional<std::vector<XmlElement>> parse_xmp_from_mov(Controller& controller
   {
     const ToolRun run =
         controller.process.platform.run_xmp_tool(controller.xmpcommand.value_or(""), movie_path);
-    controller.process.tool_status = run.wait_status;
+    controller.tool_status = run.wait_status;
     try {
       movie = properties_of(run, movie_path);
     } catch (...) {
