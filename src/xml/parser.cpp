@@ -147,7 +147,10 @@ Context open_parser(Source& source, int options) {
   Context context(xmlNewParserCtxt());
   if (!context) throw std::bad_alloc();
   xmlCtxtUseOptions(context.get(), options | XML_PARSE_RECOVER | XML_PARSE_NONET);
-  if ((options & XML_PARSE_NOBLANKS) == 0) context->keepBlanks = 1;  // a host's default may be 0
+  if ((options & XML_PARSE_NOBLANKS) == 0) {  // a host's default may be to drop them
+    context->keepBlanks = 1;
+    context->sax->ignorableWhitespace = xmlSAX2Characters;
+  }
   source.parser = context.get();
   context->_private = &source;
   context->sax->getEntity = get_entity;
