@@ -1,11 +1,11 @@
-#include "platform/workbook/cell_text.h"
+#include "workbook/cell_text.h"
 
 #include <algorithm>
 #include <cstdint>
 
 #include "core/error.h"
-#include "platform/workbook/biff8.h"
-#include "platform/workbook/record_stream.h"
+#include "workbook/biff8.h"
+#include "workbook/record_stream.h"
 
 namespace murmurase::workbook {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/workbook/workbook.h"
+#include "workbook/workbook.h"
 
 #include <algorithm>
 #include <cmath>
@@ -6,11 +6,11 @@
 
 #include "core/error.h"
 #include "platform/platform.h"
-#include "platform/workbook/biff8.h"
-#include "platform/workbook/cell_text.h"
-#include "platform/workbook/compound_file.h"
-#include "platform/workbook/record_stream.h"
-#include "platform/workbook/workbook_records.h"
+#include "workbook/biff8.h"
+#include "workbook/cell_text.h"
+#include "workbook/compound_file.h"
+#include "workbook/record_stream.h"
+#include "workbook/workbook_records.h"
 
 namespace murmurase::workbook {
 namespace {

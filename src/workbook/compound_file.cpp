@@ -1,11 +1,11 @@
-#include "platform/workbook/compound_file.h"
+#include "workbook/compound_file.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
 
-#include "platform/workbook/record_stream.h"
+#include "workbook/record_stream.h"
 
 namespace murmurase::workbook {
 namespace {

@@ -1,10 +1,10 @@
-#include "platform/workbook/workbook_records.h"
+#include "workbook/workbook_records.h"
 
 #include <algorithm>
 #include <string>
 
-#include "platform/workbook/biff8.h"
-#include "platform/workbook/record_stream.h"
+#include "workbook/biff8.h"
+#include "workbook/record_stream.h"
 
 // docs/workbook.md explains every record and field written here.
 namespace murmurase::workbook {

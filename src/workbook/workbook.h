@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/workbook/shared_strings.h"
+#include "workbook/shared_strings.h"
 
 namespace murmurase {
 class Platform;
@@ -49,25 +49,20 @@ class Workbook {
   [[nodiscard]] Format add_format(FormatProperties properties);
 
   // Writes a text cell, whatever the text looks like; a second write to a cell replaces the first.
-  // Cells may come in any order; rows from top to bottom are fastest.
-  //
-  // @param text UTF-8, at most 32,767 UTF-16 units. Every character stays, line feeds and blanks
-  //   at the ends too.
-  // @throws a range error if the row is beyond 65,535 or the column beyond 255, the text is
-  //   too long, is not valid UTF-8 or holds U+0000, which spreadsheet programs take as its end.
+  // Cells may come in any order; rows from top to bottom are fastest. The text is UTF-8, at most 32,767
+  // UTF-16 units. Every character stays, line feeds and blanks at the ends too. Range error if the row
+  // is beyond 65,535 or the column beyond 255, or if the text is too long, is not valid UTF-8 or holds
+  // U+0000, which spreadsheet programs take as its end.
   void write(std::size_t row, std::size_t column, std::string_view text,
              Format format = Format::normal);
 
   // Sets the width of the columns first to last (inclusive) as spreadsheet programs show it: in
   // digits of the default font, more than 0 and at most 255. Other columns keep the default.
-  //
-  // @throws a range error for columns beyond 255 or reversed, and widths out of range.
+  // Range error for columns beyond 255 or reversed, and widths out of range.
   void set_column(std::size_t first, std::size_t last, double width);
 
   // Finishes the workbook and writes its file, which replaces one of that name. Without close() there
-  // is no file.
-  //
-  // @throws a system error if the file cannot be written; std::bad_alloc if there is no memory for it.
+  // is no file. System error if the file cannot be written; std::bad_alloc if there is no memory for it.
   void close();
 
  private:

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "platform/byte_buffer.h"
-#include "platform/workbook/biff8.h"
+#include "workbook/biff8.h"
 
 namespace murmurase::workbook {
 

@@ -1,10 +1,10 @@
-#include "platform/workbook/shared_strings.h"
+#include "workbook/shared_strings.h"
 
 #include <algorithm>
 #include <functional>
 
-#include "platform/workbook/biff8.h"
-#include "platform/workbook/record_stream.h"
+#include "workbook/biff8.h"
+#include "workbook/record_stream.h"
 
 namespace murmurase::workbook {
 namespace {

@@ -15,8 +15,7 @@ class RecordStream;
 // indices.
 class SharedStrings {
  public:
-  // @param encoded a text in the form encode_text gives.
-  // @return the index of the text, which is stored at its first appearance.
+  // Gives the index of a text in the form that encode_text gives. Its first appearance stores it.
   std::uint32_t add(std::string_view encoded);
 
   // Bytes of all texts in encoded form.
@@ -25,9 +24,8 @@ class SharedStrings {
   // Frees what only add needs.
   void finish();
 
-  // Writes SST with its CONTINUE records, and EXTSST.
-  //
-  // @param references the number of cells that show a text of the table.
+  // Writes SST with its CONTINUE records, and EXTSST. `references` is the number of cells that show a
+  // text of the table.
   void write(RecordStream& out, std::uint32_t references) const;
 
  private:
