@@ -2,7 +2,9 @@
 
 #include <string>
 
-#include "movie.h"
+#include "xmp/movie.h"
+
+namespace murmurase::xmp {
 
 // The packet that means what `movie` says, in the form that the readers understand: every property
 // an element, the duration's scale giving the true rate, the start timecode that counts, and one
@@ -12,3 +14,5 @@
 // it. A packet so printed, read and printed again stays the same.
 // Adds to the warnings of `movie`. Throws Failure if a time is too large to be counted.
 std::string print_normal_packet(Movie& movie);
+
+}  // namespace murmurase::xmp

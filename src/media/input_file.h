@@ -8,6 +8,8 @@
 
 #include "platform/posix/files.h"
 
+namespace murmurase::media {
+
 // A stretch of a file, in bytes.
 struct Extent {
   std::uint64_t offset = 0;
@@ -39,8 +41,10 @@ class InputFile {
   void fill(std::uint64_t offset, std::size_t length);
 
   std::filesystem::path path_;
-  murmurase::FileDescriptor descriptor_;
+  FileDescriptor descriptor_;
   std::uint64_t size_ = 0;
   std::string buffer_;
   std::uint64_t start_ = 0;  // The offset of what the buffer holds.
 };
+
+}  // namespace murmurase::media

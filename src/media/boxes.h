@@ -6,7 +6,9 @@
 #include <optional>
 #include <string_view>
 
-#include "input_file.h"
+#include "media/input_file.h"
+
+namespace murmurase::media {
 
 // A box of a QuickTime or MPEG-4 movie (ISO/IEC 14496-12, 4.2).
 struct Box {
@@ -47,3 +49,5 @@ struct MovieBoxes {
 // Nothing if `file` is not made of boxes, or holds a picture. If it has both packets, that of its
 // format counts. Throws Failure if the movie ends before its boxes do or has no moov box.
 std::optional<MovieBoxes> find_movie_boxes(InputFile& file);
+
+}  // namespace murmurase::media

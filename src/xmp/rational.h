@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+namespace murmurase::xmp {
+
 // A fraction in lowest terms, its denominator positive.
 struct Rational {
   std::int64_t numerator = 0;
@@ -44,3 +46,5 @@ std::optional<Rational> read_fraction(std::string_view text);
 
 // `text` without the white space around it.
 std::string_view trimmed(std::string_view text);
+
+}  // namespace murmurase::xmp

@@ -5,12 +5,21 @@
 #include <string>
 #include <vector>
 
-#include "movie_clock.h"
-#include "packet.h"
-#include "rational.h"
+#include "xmp/rational.h"
 
-// What a packet says of its own movie (XMP Dynamic Media, ISO 16684-1 and its schemas), whichever
-// form it is written in. What it says of other clips (xmpMM:Pantry, xmpMM:Ingredients) is not here.
+namespace murmurase::xmp {
+
+// The facts about a movie, as its packet gives them (XMP Dynamic Media, ISO 16684-1 and its schemas), in
+// whichever form they are written. What a packet says of other clips (xmpMM:Pantry, xmpMM:Ingredients) is
+// not here.
+
+// What a movie's file says of its time, beside its packet.
+struct MovieClock {
+  std::string label;                      // The timecode of its start; empty if it has none.
+  std::optional<Rational> timecode_rate;  // The frames per second that the label counts.
+  std::optional<Rational> video_rate;     // The pictures per second, if it is constant.
+  std::string warning;                    // Why a timecode could not be read; empty if none.
+};
 
 // A timecode structure, as it is written.
 struct Timecode {
@@ -74,9 +83,4 @@ struct Movie {
   std::vector<std::string> warnings;  // What was recovered or had to be assumed.
 };
 
-// Reads `packet`, and then what it lacks from `sidecar`, if there is one; what the packet says of time
-// comes before `clock`. Throws Failure, saying what and where, if either cannot be understood.
-Movie read_movie(const Packet& packet, const MovieClock& clock, const Packet* sidecar = nullptr);
-
-// The whole movie's duration in seconds; nothing if the packet does not give it.
-std::optional<Rational> duration_of(const Movie& movie);
+}  // namespace murmurase::xmp

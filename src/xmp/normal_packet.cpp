@@ -1,4 +1,4 @@
-#include "normal_packet.h"
+#include "xmp/normal_packet.h"
 
 #include <fmt/format.h>
 
@@ -6,10 +6,11 @@
 #include <iterator>
 #include <string_view>
 
-#include "failure.h"
-#include "rate.h"
-#include "track.h"
+#include "xmp/failure.h"
+#include "xmp/rate.h"
+#include "xmp/track.h"
 
+namespace murmurase::xmp {
 namespace {
 
 constexpr std::int64_t largest_base = 1'000'000'000'000;
@@ -57,6 +58,13 @@ void append_field(std::string& out, std::string_view name, std::string_view text
   out.append("<xmpDM:").append(name).append(">");
   append_escaped(out, text);
   out.append("</xmpDM:").append(name).append(">");
+}
+
+// The whole movie's duration in seconds; nothing if the packet does not give it.
+std::optional<Rational> duration_of(const Movie& movie) {
+  const auto value = read_fraction(movie.duration_value);
+  const auto unit = read_fraction(movie.duration_scale);
+  return value && unit ? multiply(*value, *unit) : std::nullopt;
 }
 
 // The units per second in which all `words` are to be counted.
@@ -188,3 +196,5 @@ std::string print_normal_packet(Movie& movie) {
   out += tail;
   return out;
 }
+
+}  // namespace murmurase::xmp

@@ -1,9 +1,10 @@
-#include "boxes.h"
+#include "media/boxes.h"
 
 #include <algorithm>
 
-#include "failure.h"
+#include "xmp/failure.h"
 
+namespace murmurase::media {
 namespace {
 
 constexpr std::string_view xmp_uuid =
@@ -84,8 +85,9 @@ std::optional<MovieBoxes> find_movie_boxes(InputFile& file) {
       return std::nullopt;
     at_start = false;
     if (box->missing > 0)
-      fail("cannot read {}: it is truncated, {} bytes short within its {} box; {}",
-           in_quotes(file.path().native()), box->missing, in_quotes(box->type()), copy_again);
+      xmp::fail("cannot read {}: it is truncated, {} bytes short within its {} box; {}",
+                xmp::in_quotes(file.path().native()), box->missing, xmp::in_quotes(box->type()),
+                xmp::copy_again);
     if (box->type() == "ftyp") is_quicktime = file.read(box->content.offset, 4) == "qt  ";
     if (box->type() == "meta") is_picture = true;
     if (box->type() == "moov" && !has_moov) {
@@ -97,9 +99,11 @@ std::optional<MovieBoxes> find_movie_boxes(InputFile& file) {
   }
   if (at_start || (is_picture && !has_moov)) return std::nullopt;
   if (!has_moov)
-    fail("cannot read {}: it is truncated or was never finished, it has no moov box; {}",
-         in_quotes(file.path().native()), copy_again);
+    xmp::fail("cannot read {}: it is truncated or was never finished, it has no moov box; {}",
+              xmp::in_quotes(file.path().native()), xmp::copy_again);
   const std::optional<Extent> user_packet = find_user_packet(file, found.moov);
   found.packet = user_packet && (is_quicktime || !uuid_packet) ? user_packet : uuid_packet;
   return found;
 }
+
+}  // namespace murmurase::media

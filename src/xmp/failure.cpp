@@ -1,4 +1,4 @@
-#include "failure.h"
+#include "xmp/failure.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -6,10 +6,12 @@
 
 #include "core/printable.h"
 
+namespace murmurase::xmp {
+
 std::string escaped(std::string_view text) {
   std::string shown;
   while (!text.empty()) {
-    const std::size_t length = murmurase::showable_character(text);
+    const std::size_t length = showable_character(text);
     if (length > 0 && text.front() != '\\') {
       shown.append(text.substr(0, length));
     } else {
@@ -37,3 +39,5 @@ std::string escaped(std::string_view text) {
 }
 
 std::string in_quotes(std::string_view text) { return '"' + escaped(text) + '"'; }
+
+}  // namespace murmurase::xmp

@@ -3,8 +3,10 @@
 #include <filesystem>
 #include <string_view>
 
-#include "movie.h"
-#include "rdf.h"
+#include "xmp/movie.h"
+#include "xmp/rdf.h"
+
+namespace murmurase::xmp {
 
 inline constexpr std::string_view dynamic_media = "http://ns.adobe.com/xmp/1.0/DynamicMedia/";
 
@@ -16,3 +18,5 @@ void read_tracks(rdf::Property tracks, const std::filesystem::path& file, Movie&
 
 // Whether a Speech track stands anywhere within `property`.
 bool holds_speech(rdf::Property property);
+
+}  // namespace murmurase::xmp

@@ -1,14 +1,15 @@
-#include "packet_document.h"
+#include "xmp/packet.h"
 
 #include <fmt/format.h>
 
 #include <string_view>
 
 #include "core/utf8.h"
-#include "failure.h"
-#include "rdf.h"
 #include "xml/recovery.h"
+#include "xmp/failure.h"
+#include "xmp/rdf.h"
 
+namespace murmurase::xmp {
 namespace {
 
 // The packet with what its writer meant for what XML does not allow: bytes that are no UTF-8 are
@@ -17,7 +18,7 @@ std::string repaired(std::string_view bytes) {
   std::string text;
   text.reserve(bytes.size() + bytes.size() / 8);
   while (!bytes.empty()) {
-    const std::size_t length = murmurase::utf8_character(bytes);
+    const std::size_t length = utf8_character(bytes);
     const auto byte = static_cast<unsigned char>(bytes.front());
     if (length == 0) {
       text += static_cast<char>(0xC0 | byte >> 6);
@@ -34,7 +35,7 @@ std::string repaired(std::string_view bytes) {
 bool is_in_utf8(std::string_view bytes, const xmlDoc* document) {
   const bool is_wide = bytes.starts_with("\xFE\xFF") || bytes.starts_with("\xFF\xFE") ||
                        bytes.substr(0, 4).find('\0') != std::string_view::npos;
-  const xmlChar* const encoding = document != nullptr ? document->encoding : nullptr;
+  const xmlChar* encoding = document != nullptr ? document->encoding : nullptr;
   return !is_wide && (encoding == nullptr ||
                       xmlStrcasecmp(encoding, reinterpret_cast<const xmlChar*>("UTF-8")) == 0);
 }
@@ -43,10 +44,10 @@ bool is_in_utf8(std::string_view bytes, const xmlDoc* document) {
 
 ParsedPacket parse_packet(const Packet& packet) {
   const auto read = [](std::string_view bytes) {
-    using namespace murmurase::xml;
+    using namespace xml;
     return recover(bytes, Blanks::drop, Wanted::always, Kind::packet);
   };
-  murmurase::xml::Recovery parsed = read(packet.bytes);
+  xml::Recovery parsed = read(packet.bytes);
   std::string first_problem;
   if (parsed.fault) {
     first_problem = parsed.fault->reason;
@@ -58,7 +59,7 @@ ParsedPacket parse_packet(const Packet& packet) {
     if (text != packet.bytes) parsed = read(text);
   }
   const std::string file = in_quotes(packet.file.native());
-  const xmlDoc* const document = parsed.document.get();
+  const xmlDoc* document = parsed.document.get();
   if (parsed.limit != nullptr)
     fail("cannot read the XMP packet of {}: {}; have it written again", file, parsed.limit);
   if (document != nullptr && document->intSubset != nullptr) {
@@ -75,3 +76,5 @@ ParsedPacket parse_packet(const Packet& packet) {
   }
   return {parsed.document, first_problem};
 }
+
+}  // namespace murmurase::xmp

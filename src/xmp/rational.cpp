@@ -1,4 +1,4 @@
-#include "rational.h"
+#include "xmp/rational.h"
 
 #include <fmt/format.h>
 
@@ -7,6 +7,7 @@
 #include <limits>
 #include <numeric>
 
+namespace murmurase::xmp {
 namespace {
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
@@ -167,3 +168,5 @@ std::string_view trimmed(std::string_view text) {
   text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
   return text.substr(0, text.find_last_not_of(blanks) + 1);
 }
+
+}  // namespace murmurase::xmp

@@ -1,20 +1,21 @@
-#include "movie_clock.h"
+#include "media/movie_clock.h"
 
 #include <cmath>
 #include <limits>
 #include <map>
 
-#include "boxes.h"
-#include "rate.h"
+#include "media/boxes.h"
 #include "timecode/timecode.h"
+#include "xmp/rate.h"
 
+namespace murmurase::media {
 namespace {
 
-std::optional<Rational> fraction(std::uint64_t numerator, std::uint64_t denominator) {
+std::optional<xmp::Rational> fraction(std::uint64_t numerator, std::uint64_t denominator) {
   constexpr std::uint64_t most = std::numeric_limits<std::int64_t>::max();
   if (numerator > most || denominator > most) return std::nullopt;
-  return make_rational(static_cast<std::int64_t>(numerator),
-                       static_cast<std::int64_t>(denominator));
+  return xmp::make_rational(static_cast<std::int64_t>(numerator),
+                            static_cast<std::int64_t>(denominator));
 }
 
 // Units per second of a media or movie header.
@@ -37,7 +38,7 @@ std::map<std::uint64_t, std::uint64_t> sample_durations(InputFile& file, Extent 
 
 // The rate of the duration that nearly all pictures have. Where the time scale is too coarse for the
 // rate, they take turns with durations a unit away; their mean counts then.
-std::optional<Rational> video_rate(InputFile& file, Extent media) {
+std::optional<xmp::Rational> video_rate(InputFile& file, Extent media) {
   constexpr std::uint64_t most_samples = 1U << 31;  // Whose durations 64 bits can add.
   const std::uint64_t scale = time_scale(file, find_box(file, media, {"mdhd"}));
   const auto table = find_box(file, media, {"minf", "stbl", "stts"});
@@ -55,7 +56,7 @@ std::optional<Rational> video_rate(InputFile& file, Extent media) {
   const auto nearly_all = [all](std::uint64_t count) {
     return count > 0 && all - count <= 1 + all / 100;
   };
-  std::optional<Rational> rate;
+  std::optional<xmp::Rational> rate;
   if (duration > 0 && nearly_all(most)) {
     rate = fraction(scale, duration);
   } else if (duration >= 10 && all < most_samples) {
@@ -106,7 +107,7 @@ std::optional<std::uint64_t> first_sample(InputFile& file, Extent media) {
 
 // The frames that so many units are, to the nearest.
 std::optional<std::int64_t> frames_in(std::uint64_t units, std::uint64_t units_per_second,
-                                      Rational rate) {
+                                      xmp::Rational rate) {
   const auto seconds = fraction(units, units_per_second);
   const auto frames = seconds ? multiply(*seconds, rate) : std::nullopt;
   const auto whole = frames ? scale({1, 0}, *frames) : std::nullopt;
@@ -115,7 +116,7 @@ std::optional<std::int64_t> frames_in(std::uint64_t units, std::uint64_t units_p
 
 // How many frames of the track come before the start of the movie, by its list of edits.
 std::optional<std::int64_t> skipped_frames(InputFile& file, Extent moov, Extent track, Extent media,
-                                           Rational rate) {
+                                           xmp::Rational rate) {
   const auto edits = find_box(file, track, {"edts", "elst"});
   if (!edits || number_in(file, *edits, 4, 4) == 0) return 0;
   const unsigned bytes = number_in(file, *edits, 0, 1) == 1 ? 8 : 4;
@@ -134,7 +135,7 @@ std::optional<std::int64_t> skipped_frames(InputFile& file, Extent moov, Extent 
 // Takes up the start and the rate of a timecode track ("Timecode Media" of the QuickTime file format).
 // False if it cannot be read.
 bool read_timecode_track(InputFile& file, Extent moov, Extent track, Extent media,
-                         MovieClock& clock) {
+                         xmp::MovieClock& clock) {
   const auto description = find_box(file, media, {"minf", "stbl", "stsd"});
   if (!description || number_in(file, *description, 12, 4) != 0x746D6364) return false;  // "tmcd"
   enum Flags { drop_frame = 1, may_be_negative = 4, is_counter = 8 };
@@ -156,14 +157,14 @@ bool read_timecode_track(InputFile& file, Extent moov, Extent track, Extent medi
   const std::int64_t start = (flags & may_be_negative) != 0 ? static_cast<std::int32_t>(*sample)
                                                             : static_cast<std::int64_t>(*sample);
   const std::int64_t frames = ((start % a_day + *skipped % a_day) % a_day + a_day) % a_day;
-  clock.label = murmurase::to_timecode(static_cast<double>(frames), nominal, drops ? "DF" : "NDF");
+  clock.label = to_timecode(static_cast<double>(frames), nominal, drops ? "DF" : "NDF");
   return true;
 }
 
 }  // namespace
 
-MovieClock read_movie_clock(InputFile& file, Extent moov) {
-  MovieClock clock;
+xmp::MovieClock read_movie_clock(InputFile& file, Extent moov) {
+  xmp::MovieClock clock;
   bool has_timecode = false;
   Boxes tracks(file, moov);
   while (const auto track = tracks.next()) {
@@ -182,3 +183,5 @@ MovieClock read_movie_clock(InputFile& file, Extent moov) {
   }
   return clock;
 }
+
+}  // namespace murmurase::media

@@ -1,4 +1,4 @@
-#include "track.h"
+#include "xmp/track.h"
 
 #include <fmt/format.h>
 
@@ -7,8 +7,9 @@
 #include <optional>
 #include <string>
 
-#include "failure.h"
+#include "xmp/failure.h"
 
+namespace murmurase::xmp {
 namespace {
 
 using rdf::Property;
@@ -97,7 +98,7 @@ std::string without_line_ends(std::string_view text, bool& had_line_ends) {
   std::string line;
   line.reserve(text.size());
   while (!text.empty()) {
-    const auto* const end =
+    const auto* end =
         std::ranges::find_if(ends, [&](std::string_view each) { return text.starts_with(each); });
     const bool ends_line = end != ends.end();
     had_line_ends |= ends_line;
@@ -194,7 +195,7 @@ class TrackReader {
     rdf::for_each_field(item, [&](Property field) {
       (field.is_attribute() ? movie_.has_attributes : movie_.has_elements) = true;
       if (field.space() != dynamic_media) return;
-      Property* const slot = marker.slot(field.name());
+      Property* slot = marker.slot(field.name());
       if (slot != nullptr && !*slot) *slot = field;
     });
     if (!(marker.type ? is_speech(type_text(marker.type)) : track_.is_speech)) return;
@@ -247,3 +248,5 @@ bool holds_speech(Property property) {
 void read_tracks(rdf::Property tracks, const std::filesystem::path& file, Movie& movie) {
   rdf::for_each_item(tracks, [&](Property item) { TrackReader(file, movie).read(item); });
 }
+
+}  // namespace murmurase::xmp

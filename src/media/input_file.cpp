@@ -1,4 +1,4 @@
-#include "input_file.h"
+#include "media/input_file.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -9,8 +9,9 @@
 #include <cerrno>
 #include <system_error>
 
-#include "failure.h"
+#include "xmp/failure.h"
 
+namespace murmurase::media {
 namespace {
 
 constexpr std::size_t small_piece = 4096;
@@ -18,8 +19,9 @@ constexpr std::size_t large_piece = std::size_t{256} << 10;
 
 [[noreturn]] void fail_to_read(const std::filesystem::path& path, int number) {
   const bool denied = number == EACCES || number == EPERM;
-  fail("cannot read {}: {}; {}", in_quotes(path.native()), std::generic_category().message(number),
-       denied ? "ask for permission to read it" : "check the path");
+  xmp::fail("cannot read {}: {}; {}", xmp::in_quotes(path.native()),
+            std::generic_category().message(number),
+            denied ? "ask for permission to read it" : "check the path");
 }
 
 // Reads as many of `length` bytes as the file has at `offset`.
@@ -43,13 +45,14 @@ std::size_t read_at(int descriptor, const std::filesystem::path& path, std::uint
 
 InputFile::InputFile(const std::filesystem::path& path)
     : path_(path), descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK)) {
-  const std::string name = in_quotes(path.native());
+  const std::string name = xmp::in_quotes(path.native());
   struct stat status {};
   if (descriptor_.get() < 0 || fstat(descriptor_.get(), &status) != 0) fail_to_read(path, errno);
-  if (S_ISDIR(status.st_mode)) fail("cannot read {}: it is a folder; name a movie in it", name);
+  if (S_ISDIR(status.st_mode))
+    xmp::fail("cannot read {}: it is a folder; name a movie in it", name);
   if (!S_ISREG(status.st_mode))
-    fail("cannot read {}: it is not a regular file; name a movie", name);
-  if (status.st_size == 0) fail("cannot read {}: it is empty; {}", name, copy_again);
+    xmp::fail("cannot read {}: it is not a regular file; name a movie", name);
+  if (status.st_size == 0) xmp::fail("cannot read {}: it is empty; {}", name, xmp::copy_again);
   size_ = static_cast<std::uint64_t>(status.st_size);
 }
 
@@ -72,3 +75,5 @@ std::string InputFile::read_whole(Extent extent) const {
 std::string InputFile::descriptor_path() const {
   return fmt::format("/dev/fd/{}", descriptor_.get());
 }
+
+}  // namespace murmurase::media

@@ -10,7 +10,7 @@
 // The properties of XMP in the RDF of a packet, whichever of its forms they are written in (ISO
 // 16684-1, 7.4 to 7.9): as elements or attributes, structures as rdf:parseType="Resource", as an
 // inner rdf:Description or as attributes alone, arrays, and values with qualifiers.
-namespace rdf {
+namespace murmurase::xmp::rdf {
 
 // The longest namespace that is told in full, in bytes.
 inline constexpr std::size_t longest_space = 1000;
@@ -46,4 +46,4 @@ bool is_simple(Property property);
 // array the first, of a value with qualifiers the value.
 std::string text(Property property);
 
-}  // namespace rdf
+}  // namespace murmurase::xmp::rdf

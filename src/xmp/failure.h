@@ -7,6 +7,8 @@
 #include <string_view>
 #include <utility>
 
+namespace murmurase::xmp {
+
 // What the user is told: what failed, on which file, why and what to do. Always a single line.
 struct Failure : std::runtime_error {
   using std::runtime_error::runtime_error;
@@ -28,3 +30,5 @@ std::string escaped(std::string_view text);
 
 // `escaped(text)` in double quotes, for the names of files.
 std::string in_quotes(std::string_view text);
+
+}  // namespace murmurase::xmp

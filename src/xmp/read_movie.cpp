@@ -1,18 +1,21 @@
-#include "movie.h"
+#include "xmp/read_movie.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <string_view>
 #include <utility>
 
-#include "failure.h"
-#include "packet_document.h"
-#include "rate.h"
-#include "rdf.h"
-#include "track.h"
+#include "core/duration_scale.h"
+#include "xmp/failure.h"
+#include "xmp/packet.h"
+#include "xmp/rate.h"
+#include "xmp/rdf.h"
+#include "xmp/track.h"
 
+namespace murmurase::xmp {
 namespace {
 
 using rdf::Property;
@@ -51,7 +54,7 @@ struct Gathered {
 
 // Whether the property can be written with its own name, wherever it stands.
 bool has_plain_name(Property property) {
-  const xmlNs* const space = property.node->ns;
+  const xmlNs* space = property.node->ns;
   const auto is_name = [](const xmlChar* name) { return xmlValidateNCName(name, 0) == 0; };
   return property.space().size() <= rdf::longest_space && is_name(property.node->name) &&
          (space->prefix == nullptr || is_name(space->prefix));
@@ -75,7 +78,7 @@ void keep(Property property, Movie& movie) {
   const bool media = property.space() == dynamic_media;
   if (media && std::ranges::find(taken, property.name()) != taken.end()) return;
   if (!has_plain_name(property)) return;
-  const auto* const prefix = reinterpret_cast<const char*>(property.node->ns->prefix);
+  const auto* prefix = reinterpret_cast<const char*>(property.node->ns->prefix);
   movie.others.push_back({prefix == nullptr ? "ns" : prefix, namespace_of(property),
                           std::string(property.name()), rdf::text(property)});
 }
@@ -188,7 +191,7 @@ void read_rates(const Gathered& gathered, const MovieClock& clock, Movie& movie)
       movie.warnings.push_back(fmt::format("the {} {} gives no frame rate and is passed over",
                                            each.property, in_quotes(each.text)));
   }
-  if (const RateEvidence* const used = used_evidence(movie)) {
+  if (const RateEvidence* used = used_evidence(movie)) {
     // Where the scale alone would not be believed, the packet says the track's rate once more.
     if ((used->property == timecode_track || used->property == video_track) &&
         !evidence_of_scale(normal_scale(movie)).rate)
@@ -199,15 +202,15 @@ void read_rates(const Gathered& gathered, const MovieClock& clock, Movie& movie)
   if (!has_duration && movie.timecodes.empty()) return;
   std::string warning = "nothing tells the frame rate";
   if (!movie.duration_scale.empty()) {
-    const std::optional<double> rate = rate_of_scale(movie.duration_scale);
+    const double rate = rate_of_scale(movie.duration_scale);
+    const bool is_rate = rate > 0 && std::isfinite(rate);
     warning += fmt::format(" but the duration's scale {}, which reads as {}",
                            in_quotes(movie.duration_scale),
-                           rate ? fmt::format("{} frames per second", *rate) : "no rate");
+                           is_rate ? fmt::format("{} frames per second", rate) : "no rate");
   }
-  const char* const left_out = !has_duration ? "the start timecode is"
-                               : movie.timecodes.empty()
-                                   ? "the duration is"
-                                   : "the duration and the start timecode are";
+  const char* left_out = !has_duration             ? "the start timecode is"
+                         : movie.timecodes.empty() ? "the duration is"
+                                                   : "the duration and the start timecode are";
   warning += fmt::format("; {} left out, and times are clock times", left_out);
   movie.warnings.push_back(warning);
 }
@@ -256,8 +259,4 @@ Movie read_movie(const Packet& packet, const MovieClock& clock, const Packet* si
   return movie;
 }
 
-std::optional<Rational> duration_of(const Movie& movie) {
-  const auto value = read_fraction(movie.duration_value);
-  const auto unit = read_fraction(movie.duration_scale);
-  return value && unit ? multiply(*value, *unit) : std::nullopt;
-}
+}  // namespace murmurase::xmp

@@ -1,8 +1,8 @@
-#include "rdf.h"
+#include "xmp/rdf.h"
 
 #include <cstring>
 
-namespace rdf {
+namespace murmurase::xmp::rdf {
 namespace {
 
 constexpr char rdf_space[] = "http://www.w3.org/1999/02/22-rdf-syntax-ns#";
@@ -33,7 +33,7 @@ const xmlNode* first_attribute(const xmlNode* element) {
 
 // Attributes of RDF and XML say how a value is written; those without a namespace say nothing.
 bool is_property_attribute(const xmlNode* attribute) {
-  const char* const space = space_of(attribute);
+  const char* space = space_of(attribute);
   return *space != '\0' && std::strcmp(space, rdf_space) != 0 && std::strcmp(space, xml_space) != 0;
 }
 
@@ -74,7 +74,7 @@ const xmlNode* value_within(const xmlNode* element) {
     if (is_rdf(child, "value")) return child;
     if (is_array(child)) return chosen_item(child);
     if (is_rdf(child, "Description"))
-      if (const xmlNode* const value = value_within(child)) return value;
+      if (const xmlNode* value = value_within(child)) return value;
   }
   return nullptr;
 }
@@ -96,7 +96,7 @@ void for_each_field_of(const xmlNode* element, const std::function<void(Property
 
 std::string_view Property::name() const { return characters(node->name); }
 std::string_view Property::space() const {
-  const char* const space = space_of(node);
+  const char* space = space_of(node);
   return {space, strnlen(space, longest_space + 1)};
 }
 
@@ -147,7 +147,7 @@ bool is_simple(Property property) {
 std::string text(Property property) {
   const xmlNode* node = property.node;
   if (!property.is_attribute()) {
-    while (const xmlNode* const value = value_within(node)) {
+    while (const xmlNode* value = value_within(node)) {
       node = value;
       if (!is_element(node)) break;
     }
@@ -157,4 +157,4 @@ std::string text(Property property) {
   return text;
 }
 
-}  // namespace rdf
+}  // namespace murmurase::xmp::rdf

@@ -1,4 +1,4 @@
-#include "rate.h"
+#include "xmp/rate.h"
 
 #include <fmt/format.h>
 
@@ -9,6 +9,7 @@
 #include "core/duration_scale.h"
 #include "core/numbers.h"
 
+namespace murmurase::xmp {
 namespace {
 
 // The rates that time formats give in hundredths or thousandths.
@@ -69,7 +70,7 @@ std::optional<Rational> true_rate(Rational rate) {
 }
 
 std::optional<Rational> read_video_rate(std::string_view text) {
-  const std::string capitals = murmurase::ascii_upper(trimmed(text));
+  const std::string capitals = ascii_upper(trimmed(text));
   if (capitals == "NTSC") return Rational{30000, 1001};
   if (capitals == "PAL" || capitals == "SECAM") return Rational{25, 1};
   std::string_view number = capitals;
@@ -87,22 +88,17 @@ const RateEvidence* used_evidence(const Movie& movie) {
   return found == movie.evidence.end() ? nullptr : &*found;
 }
 
-std::optional<double> rate_of_scale(std::string_view scale) {
-  const double rate = murmurase::rate_of_scale(scale);
-  return rate > 0 && std::isfinite(rate) ? std::optional(rate) : std::nullopt;
-}
-
 bool is_scale(const RateEvidence& evidence) { return evidence.property == scale_property; }
 
 RateEvidence evidence_of_scale(const std::string& scale) {
-  const std::optional<double> rate = rate_of_scale(scale);
-  if (!rate || *rate < 20 || *rate > 120) return {scale_property, scale, std::nullopt};
-  const auto millionths = make_rational(std::llround(*rate * 1e6), 1'000'000);
+  const double rate = rate_of_scale(scale);
+  if (!(rate >= 20 && rate <= 120)) return {scale_property, scale, std::nullopt};
+  const auto millionths = make_rational(std::llround(rate * 1e6), 1'000'000);
   return {scale_property, scale, true_rate(*millionths)};
 }
 
 std::string normal_scale(const Movie& movie) {
-  const RateEvidence* const evidence = used_evidence(movie);
+  const RateEvidence* evidence = used_evidence(movie);
   if (evidence == nullptr) return {};
   if (is_scale(*evidence)) return movie.duration_scale;
   const Rational rate = *evidence->rate;
@@ -137,3 +133,5 @@ std::string normal_timecode(const Timecode& timecode) {
   if (format->drop_frame) value[value.rfind(':')] = ';';
   return value;
 }
+
+}  // namespace murmurase::xmp

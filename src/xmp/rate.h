@@ -4,8 +4,10 @@
 #include <string>
 #include <string_view>
 
-#include "movie.h"
-#include "rational.h"
+#include "xmp/movie.h"
+#include "xmp/rational.h"
+
+namespace murmurase::xmp {
 
 // What a time format such as "2997DropTimecode" says.
 struct TimeFormat {
@@ -38,11 +40,10 @@ std::string normal_scale(const Movie& movie);
 RateEvidence evidence_of_scale(const std::string& scale);
 bool is_scale(const RateEvidence& evidence);
 
-// The frames per second that the readers compute from `scale`; nothing if that is no positive number.
-std::optional<double> rate_of_scale(std::string_view scale);
-
 // Whether the value is four numbers with single separators between them, which may be any of ":;.,".
 bool is_label(std::string_view value);
 
 // The timecode's value with the separators that its format asks for, if it is a label.
 std::string normal_timecode(const Timecode& timecode);
+
+}  // namespace murmurase::xmp
