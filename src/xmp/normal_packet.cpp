@@ -7,8 +7,8 @@
 #include <string_view>
 
 #include "xmp/failure.h"
+#include "xmp/names.h"
 #include "xmp/rate.h"
-#include "xmp/track.h"
 
 namespace murmurase::xmp {
 namespace {
@@ -16,12 +16,13 @@ namespace {
 constexpr std::int64_t largest_base = 1'000'000'000'000;
 constexpr std::int64_t fine_base = 254'016'000'000;
 
-constexpr std::string_view head =
+// With places for the namespaces.
+constexpr char head[] =
     "<?xpacket begin=\"\xEF\xBB\xBF\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?>\n"
     "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\">\n"
-    " <rdf:RDF xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\">\n"
+    " <rdf:RDF xmlns:rdf=\"{}\">\n"
     "  <rdf:Description rdf:about=\"\""
-    " xmlns:xmpDM=\"http://ns.adobe.com/xmp/1.0/DynamicMedia/\">\n";
+    " xmlns:xmpDM=\"{}\">\n";
 constexpr std::string_view tail =
     "  </rdf:Description>\n"
     " </rdf:RDF>\n"
@@ -184,7 +185,7 @@ void append_other(std::string& out, const OtherProperty& other) {
 }  // namespace
 
 std::string print_normal_packet(Movie& movie) {
-  std::string out(head);
+  std::string out = fmt::format(head, rdf_syntax, dynamic_media);
   append_duration(out, movie);
   if (!movie.timecodes.empty() && used_evidence(movie) != nullptr)
     append_timecode(out, movie.timecodes.front());

@@ -2,10 +2,11 @@
 
 #include <cstring>
 
+#include "xmp/names.h"
+
 namespace murmurase::xmp::rdf {
 namespace {
 
-constexpr char rdf_space[] = "http://www.w3.org/1999/02/22-rdf-syntax-ns#";
 constexpr char xml_space[] = "http://www.w3.org/XML/1998/namespace";
 
 const char* characters(const xmlChar* text) {
@@ -20,7 +21,7 @@ bool is_element(const xmlNode* node) { return node->type == XML_ELEMENT_NODE; }
 
 bool is_rdf(const xmlNode* node, const char* name) {
   return std::strcmp(characters(node->name), name) == 0 &&
-         std::strcmp(space_of(node), rdf_space) == 0;
+         std::strcmp(space_of(node), rdf_syntax) == 0;
 }
 
 bool is_array(const xmlNode* node) {
@@ -34,7 +35,8 @@ const xmlNode* first_attribute(const xmlNode* element) {
 // Attributes of RDF and XML say how a value is written; those without a namespace say nothing.
 bool is_property_attribute(const xmlNode* attribute) {
   const char* space = space_of(attribute);
-  return *space != '\0' && std::strcmp(space, rdf_space) != 0 && std::strcmp(space, xml_space) != 0;
+  return *space != '\0' && std::strcmp(space, rdf_syntax) != 0 &&
+         std::strcmp(space, xml_space) != 0;
 }
 
 void append_text(const xmlNode* node, std::string& text) {

@@ -10,6 +10,7 @@
 
 #include "core/duration_scale.h"
 #include "xmp/failure.h"
+#include "xmp/names.h"
 #include "xmp/packet.h"
 #include "xmp/rate.h"
 #include "xmp/rdf.h"
@@ -37,8 +38,6 @@ Timecode read_timecode(Property property) {
   });
   return timecode;
 }
-
-constexpr std::string_view media_management = "http://ns.adobe.com/xap/1.0/mm/";
 
 // What is gathered on the way, in whatever order the document has it.
 struct Gathered {
@@ -195,7 +194,7 @@ void read_rates(const Gathered& gathered, const MovieClock& clock, Movie& movie)
     // Where the scale alone would not be believed, the packet says the track's rate once more.
     if ((used->property == timecode_track || used->property == video_track) &&
         !evidence_of_scale(normal_scale(movie)).rate)
-      movie.others.push_back({"xmpDM", std::string(dynamic_media), "videoFrameRate", used->text});
+      movie.others.push_back({"xmpDM", dynamic_media, "videoFrameRate", used->text});
     return;
   }
   const bool has_duration = !movie.duration_scale.empty() || !movie.duration_value.empty();

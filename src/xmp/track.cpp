@@ -8,6 +8,7 @@
 #include <string>
 
 #include "xmp/failure.h"
+#include "xmp/names.h"
 
 namespace murmurase::xmp {
 namespace {

@@ -1,14 +1,11 @@
 #pragma once
 
 #include <filesystem>
-#include <string_view>
 
 #include "xmp/movie.h"
 #include "xmp/rdf.h"
 
 namespace murmurase::xmp {
-
-inline constexpr std::string_view dynamic_media = "http://ns.adobe.com/xmp/1.0/DynamicMedia/";
 
 // Adds the tracks of an xmpDM:Tracks to `movie`, and the words of their Speech markers. A marker's
 // own type overrides its track's. A marker without a speaker has the one before it, and without a
