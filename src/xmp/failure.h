@@ -9,7 +9,7 @@
 
 namespace murmurase::xmp {
 
-// What the user is told: what failed, on which file, why and what to do. Always a single line.
+// What the user reads: what failed, on which file, why and what to do. Always a single line.
 struct Failure : std::runtime_error {
   using std::runtime_error::runtime_error;
 };

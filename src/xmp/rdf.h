@@ -12,7 +12,7 @@
 // inner rdf:Description or as attributes alone, arrays, and values with qualifiers.
 namespace murmurase::xmp::rdf {
 
-// The longest namespace that is told in full, in bytes.
+// The longest namespace that space() gives in full, in bytes.
 inline constexpr std::size_t longest_space = 1000;
 
 // A property: the element or the attribute that holds it.
