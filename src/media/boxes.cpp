@@ -84,10 +84,11 @@ std::optional<MovieBoxes> find_movie_boxes(InputFile& file) {
     if (at_start && std::ranges::find(first_boxes, box->type()) == first_boxes.end())
       return std::nullopt;
     at_start = false;
-    if (box->missing > 0)
+    if (box->missing > 0) {
       xmp::fail("cannot read {}: it is truncated, {} bytes short within its {} box; {}",
                 xmp::in_quotes(file.path().native()), box->missing, xmp::in_quotes(box->type()),
                 xmp::copy_again);
+    }
     if (box->type() == "ftyp") is_quicktime = file.read(box->content.offset, 4) == "qt  ";
     if (box->type() == "meta") is_picture = true;
     if (box->type() == "moov" && !has_moov) {

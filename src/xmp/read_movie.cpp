@@ -169,6 +169,25 @@ void read_timecodes(const Gathered& gathered, const MovieClock& clock, Movie& mo
   }
 }
 
+// Says what is left out because nothing gives the frame rate.
+void warn_of_no_rate(Movie& movie) {
+  const bool has_duration = !movie.duration_scale.empty() || !movie.duration_value.empty();
+  if (!has_duration && movie.timecodes.empty()) return;
+  std::string warning = "nothing tells the frame rate";
+  if (!movie.duration_scale.empty()) {
+    const double rate = rate_of_scale(movie.duration_scale);
+    const bool is_rate = rate > 0 && std::isfinite(rate);
+    warning += fmt::format(" but the duration's scale {}, which reads as {}",
+                           in_quotes(movie.duration_scale),
+                           is_rate ? fmt::format("{} frames per second", rate) : "no rate");
+  }
+  const char* left_out = !has_duration             ? "the start timecode is"
+                         : movie.timecodes.empty() ? "the duration is"
+                                                   : "the duration and the start timecode are";
+  warning += fmt::format("; {} left out, and times are clock times", left_out);
+  movie.warnings.push_back(warning);
+}
+
 void read_rates(const Gathered& gathered, const MovieClock& clock, Movie& movie) {
   if (!gathered.video_rate.empty())
     movie.evidence.push_back(
@@ -197,21 +216,7 @@ void read_rates(const Gathered& gathered, const MovieClock& clock, Movie& movie)
       movie.others.push_back({"xmpDM", dynamic_media, "videoFrameRate", used->text});
     return;
   }
-  const bool has_duration = !movie.duration_scale.empty() || !movie.duration_value.empty();
-  if (!has_duration && movie.timecodes.empty()) return;
-  std::string warning = "nothing tells the frame rate";
-  if (!movie.duration_scale.empty()) {
-    const double rate = rate_of_scale(movie.duration_scale);
-    const bool is_rate = rate > 0 && std::isfinite(rate);
-    warning += fmt::format(" but the duration's scale {}, which reads as {}",
-                           in_quotes(movie.duration_scale),
-                           is_rate ? fmt::format("{} frames per second", rate) : "no rate");
-  }
-  const char* left_out = !has_duration             ? "the start timecode is"
-                         : movie.timecodes.empty() ? "the duration is"
-                                                   : "the duration and the start timecode are";
-  warning += fmt::format("; {} left out, and times are clock times", left_out);
-  movie.warnings.push_back(warning);
+  warn_of_no_rate(movie);
 }
 
 void warn_of_speech_elsewhere(const Gathered& gathered, Movie& movie) {
