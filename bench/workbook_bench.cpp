@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "platform/platform.h"
-#include "platform/workbook/workbook.h"
+#include "workbook/workbook.h"
 
 namespace {
 

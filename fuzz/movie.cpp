@@ -4,12 +4,14 @@
 
 #include <string>
 
-#include "boxes.h"
 #include "check.h"
-#include "failure.h"
-#include "movie_clock.h"
+#include "media/boxes.h"
+#include "media/movie_clock.h"
+#include "xmp/failure.h"
 
 using namespace murmurase::fuzz;
+using namespace murmurase::media;
+using namespace murmurase::xmp;
 
 namespace {
 

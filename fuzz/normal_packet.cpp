@@ -1,16 +1,18 @@
 // A packet to its normal form, which must stay the same when it is normalised again.
-#include "normal_packet.h"
+#include "xmp/normal_packet.h"
 
 #include <algorithm>
 
 #include "check.h"
 #include "core/printable.h"
-#include "failure.h"
 #include "inspect.h"
-#include "movie.h"
+#include "xmp/failure.h"
+#include "xmp/read_movie.h"
 
 using namespace murmurase;
 using namespace murmurase::fuzz;
+using namespace murmurase::tool;
+using namespace murmurase::xmp;
 
 // Nothing if it cannot be understood.
 static std::optional<std::string> normalised(const Packet& packet, Movie& movie) {

@@ -1,5 +1,5 @@
 // Cells to a workbook, read back by a strict reader.
-#include "platform/workbook/workbook.h"
+#include "workbook/workbook.h"
 
 #include <map>
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "platform/platform.h"
-#include "platform/workbook/workbook.h"
+#include "workbook/workbook.h"
 
 static std::string from_hexadecimal(const std::string& digits) {
   std::string bytes;

@@ -15,8 +15,9 @@
 #include <sys/prctl.h>
 #endif
 
-#include "failure.h"
+#include "xmp/failure.h"
 
+namespace murmurase::tool {
 namespace {
 
 constexpr rlim_t most_memory = rlim_t{512} << 20;  // bytes
@@ -52,7 +53,7 @@ void enter_child(pid_t parent) {
   Outcome outcome = result;
   try {
     text = work();
-  } catch (const Failure& failure) {
+  } catch (const xmp::Failure& failure) {
     text = failure.what();
     outcome = refusal;
   }
@@ -66,18 +67,18 @@ void enter_child(pid_t parent) {
 
 }  // namespace
 
-std::string in_child(const InputFile& movie, const char* library,
+std::string in_child(const media::InputFile& movie, const char* library,
                      const std::function<std::string()>& work) {
-  const std::string name = in_quotes(movie.path().native());
+  const std::string name = xmp::in_quotes(movie.path().native());
   std::array<int, 2> ends{};
   const pid_t parent = getpid();
   const bool piped = pipe(ends.data()) == 0;
-  murmurase::FileDescriptor output(piped ? ends[0] : -1);
-  murmurase::FileDescriptor input(piped ? ends[1] : -1);
+  FileDescriptor output(piped ? ends[0] : -1);
+  FileDescriptor input(piped ? ends[1] : -1);
   const pid_t child = piped ? fork() : -1;
   if (child < 0) {
-    fail("cannot read {}: no process for {}: {}; close other programs", name, library,
-         std::generic_category().message(errno));
+    xmp::fail("cannot read {}: no process for {}: {}; close other programs", name, library,
+              std::generic_category().message(errno));
   }
   if (child == 0) {
     output.close();
@@ -89,24 +90,26 @@ std::string in_child(const InputFile& movie, const char* library,
     }
   }
   input.close();
-  murmurase::ByteBuffer text;
-  const int error = murmurase::read_all(output.get(), text);
+  ByteBuffer text;
+  const int error = read_all(output.get(), text);
   output.close();
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
   if (error != 0)
-    fail("cannot read {}: {} gives more than 512 MiB; have it written again", name, library);
+    xmp::fail("cannot read {}: {} gives more than 512 MiB; have it written again", name, library);
   if (WIFEXITED(status) && WEXITSTATUS(status) == result) return std::string(text.view());
   if (WIFEXITED(status) && WEXITSTATUS(status) == refusal && text.size() > 0)
-    throw Failure(std::string(text.view()));
+    throw xmp::Failure(std::string(text.view()));
   if (WIFEXITED(status) && WEXITSTATUS(status) == out_of_memory) {
-    fail(
+    xmp::fail(
         "cannot read {}: {} would need more than the 512 MiB that it may take; check that it plays",
         name, library);
   }
   if (WIFSIGNALED(status) && WTERMSIG(status) == SIGXCPU)
-    fail("cannot read {}: {} was still searching it after a minute; check that it plays", name,
-         library);
-  fail("cannot read {}: {} crashed on it; check that it plays, or name its .xmp file", name,
-       library);
+    xmp::fail("cannot read {}: {} was still searching it after a minute; check that it plays", name,
+              library);
+  xmp::fail("cannot read {}: {} crashed on it; check that it plays, or name its .xmp file", name,
+            library);
 }
+
+}  // namespace murmurase::tool

@@ -9,9 +9,10 @@
 #include <string_view>
 
 #include "child.h"
-#include "failure.h"
-#include "rate.h"
+#include "xmp/failure.h"
+#include "xmp/rate.h"
 
+namespace murmurase::tool {
 namespace {
 
 struct XmpFileFree {
@@ -31,25 +32,26 @@ bool is_movie_or_sound(XmpFileType type) {
 }
 
 // A letter that says whether the format is known, and the packet.
-std::string search_by_exempi(const InputFile& movie) {
-  const std::string name = in_quotes(movie.path().native());
+std::string search_by_exempi(const media::InputFile& movie) {
+  const std::string name = xmp::in_quotes(movie.path().native());
   const std::string path = movie.descriptor_path();
-  if (!xmp_init()) fail("libexempi cannot start; reinstall it, or close other programs");
+  if (!xmp_init()) xmp::fail("libexempi cannot start; reinstall it, or close other programs");
   const XmpFileType type = xmp_files_check_file_format(path.c_str());
   if (type == XMP_FT_UNKNOWN) return "?";
   if (!is_movie_or_sound(type))
-    fail("cannot read {}: it is not a movie; name a movie or an .xmp file", name);
+    xmp::fail("cannot read {}: it is not a movie; name a movie or an .xmp file", name);
   // The XMP alone: reconciling it with the movie's own headers would replace its duration's scale.
   constexpr auto options = static_cast<XmpOpenFileOptions>(XMP_OPEN_READ | XMP_OPEN_ONLYXMP);
   const XmpFile file(xmp_files_open_new(path.c_str(), options));
-  if (!file) fail("cannot read {}: libexempi error {}; check that it plays", name, xmp_get_error());
+  if (!file)
+    xmp::fail("cannot read {}: libexempi error {}; check that it plays", name, xmp_get_error());
   const XmpString bytes(xmp_string_new());
   XmpPacketInfo info{};
   if (xmp_files_get_xmp_xmpstring(file.get(), bytes.get(), &info))
     return '!' + std::string(xmp_string_cstr(bytes.get()), xmp_string_len(bytes.get()));
   if (xmp_get_error() != 0)
-    fail("cannot read the XMP packet of {}: libexempi error {}; have it written again", name,
-         xmp_get_error());
+    xmp::fail("cannot read the XMP packet of {}: libexempi error {}; have it written again", name,
+              xmp_get_error());
   return "!";
 }
 
@@ -83,8 +85,9 @@ class MediaInfo {
 
   template <typename Function>
   Function* function(const char* name) {
-    auto* const found = reinterpret_cast<Function*>(dlsym(library_, name));
-    if (found == nullptr) fail("{} has no function {}; reinstall it", media_info_library, name);
+    auto* found = reinterpret_cast<Function*>(dlsym(library_, name));
+    if (found == nullptr)
+      xmp::fail("{} has no function {}; reinstall it", media_info_library, name);
     return found;
   }
 
@@ -94,8 +97,8 @@ class MediaInfo {
 };
 
 // The rate and the label, each on a line, which may be empty; nothing without the library.
-std::string search_by_media_info(const InputFile& movie) {
-  void* const library = dlopen(media_info_library, RTLD_NOW | RTLD_LOCAL);
+std::string search_by_media_info(const media::InputFile& movie) {
+  void* library = dlopen(media_info_library, RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) return {};
   MediaInfo media(library);
   if (!media.open(movie.descriptor_path())) return "\n\n";
@@ -108,14 +111,14 @@ std::string search_by_media_info(const InputFile& movie) {
 
 }  // namespace
 
-ForeignMovie read_foreign_movie(const InputFile& file) {
+ForeignMovie read_foreign_movie(const media::InputFile& file) {
   std::string found = in_child(file, "libexempi", [&] { return search_by_exempi(file); });
   const bool is_known = found.starts_with('!');
   return {is_known, found.substr(1)};
 }
 
-MovieClock read_foreign_clock(const InputFile& file) {
-  MovieClock clock;
+xmp::MovieClock read_foreign_clock(const media::InputFile& file) {
+  xmp::MovieClock clock;
   try {
     const std::string found =
         in_child(file, "libmediainfo", [&] { return search_by_media_info(file); });
@@ -126,12 +129,14 @@ MovieClock read_foreign_clock(const InputFile& file) {
           "read";
       return clock;
     }
-    clock.video_rate = read_video_rate(found.substr(0, end));
-    clock.label = trimmed(std::string_view(found).substr(end + 1));
+    clock.video_rate = xmp::read_video_rate(found.substr(0, end));
+    clock.label = xmp::trimmed(std::string_view(found).substr(end + 1));
     if (!clock.label.empty()) clock.timecode_rate = clock.video_rate;
-  } catch (const Failure& failure) {
+  } catch (const xmp::Failure& failure) {
     clock.warning =
         fmt::format("a timecode that it may have in itself is passed over: {}", failure.what());
   }
   return clock;
 }
+
+}  // namespace murmurase::tool

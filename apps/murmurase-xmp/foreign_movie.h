@@ -2,8 +2,10 @@
 
 #include <string>
 
-#include "input_file.h"
-#include "movie_clock.h"
+#include "media/input_file.h"
+#include "xmp/movie.h"
+
+namespace murmurase::tool {
 
 // Movies and sounds in formats whose boxes we do not walk ourselves: AVI, MPEG, MXF, Matroska and others.
 
@@ -13,8 +15,10 @@ struct ForeignMovie {
 };
 
 // Throws Failure if the file is of another kind that libexempi knows, or cannot be read.
-ForeignMovie read_foreign_movie(const InputFile& file);
+ForeignMovie read_foreign_movie(const media::InputFile& file);
 
 // What libmediainfo finds. It is loaded when it is asked for, and need not be installed: the clock's
 // warning then says so.
-MovieClock read_foreign_clock(const InputFile& file);
+xmp::MovieClock read_foreign_clock(const media::InputFile& file);
+
+}  // namespace murmurase::tool

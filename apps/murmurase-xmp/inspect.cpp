@@ -9,40 +9,41 @@
 #include <unordered_map>
 #include <vector>
 
-#include "failure.h"
-#include "normal_packet.h"
-#include "rate.h"
+#include "core/duration_scale.h"
+#include "xmp/failure.h"
+#include "xmp/normal_packet.h"
+#include "xmp/rate.h"
 
+namespace murmurase::tool {
 namespace {
 
 using json = nlohmann::ordered_json;
 
 constexpr std::size_t excerpt_words = 8;
 
-double seconds(const Count& count) {
+double seconds(const xmp::Count& count) {
   const auto units = to_rational(count.units);  // Never nothing: 18 decimals at the most.
   return to_double(*units) / to_double(count.base);
 }
 
-json rate_of(const Movie& movie) {
+json rate_of(const xmp::Movie& movie) {
   json evidence = json::array();
-  const RateEvidence* const used = used_evidence(movie);
-  for (const RateEvidence& each : movie.evidence) {
+  const xmp::RateEvidence* used = used_evidence(movie);
+  for (const xmp::RateEvidence& each : movie.evidence) {
     evidence.push_back({{"property", each.property},
                         {"text", each.text},
                         {"rate", each.rate ? json(to_text(*each.rate)) : json()},
                         {"used", &each == used}});
   }
   const std::string scale = normal_scale(movie);
-  const std::optional<double> rate = rate_of_scale(scale);
-  return {{"frames_per_second", rate ? json(*rate) : json()},
+  return {{"frames_per_second", scale.empty() ? json() : json(rate_of_scale(scale))},
           {"duration_scale", scale.empty() ? json() : json(scale)},
           {"evidence", evidence}};
 }
 
-json timecodes_of(const Movie& movie) {
+json timecodes_of(const xmp::Movie& movie) {
   json timecodes = json::array();
-  for (const Timecode& each : movie.timecodes) {
+  for (const xmp::Timecode& each : movie.timecodes) {
     timecodes.push_back(
         {{"property", each.property},
          {"format", each.format},
@@ -52,9 +53,9 @@ json timecodes_of(const Movie& movie) {
   return timecodes;
 }
 
-json tracks_of(const Movie& movie) {
+json tracks_of(const xmp::Movie& movie) {
   json tracks = json::array();
-  for (const Track& each : movie.tracks) {
+  for (const xmp::Track& each : movie.tracks) {
     tracks.push_back({{"type", each.type},
                       {"name", each.name},
                       {"time_base", each.time_base},
@@ -64,7 +65,7 @@ json tracks_of(const Movie& movie) {
   return tracks;
 }
 
-json speakers_of(const Movie& movie) {
+json speakers_of(const xmp::Movie& movie) {
   struct Speaker {
     std::string name;
     std::size_t words = 0;
@@ -72,7 +73,7 @@ json speakers_of(const Movie& movie) {
   };
   std::vector<Speaker> speakers;
   std::unordered_map<std::string, std::size_t> places;
-  for (const Word& word : movie.words) {
+  for (const xmp::Word& word : movie.words) {
     const auto [place, added] = places.try_emplace(word.speaker, speakers.size());
     if (added) speakers.push_back({word.speaker, 0, {}});
     Speaker& speaker = speakers[place->second];
@@ -87,12 +88,12 @@ json speakers_of(const Movie& movie) {
 
 // The words that the recognition was less than half sure of. Probabilities are percent, or parts of
 // 1 where none is above it.
-json doubtful_words(const Movie& movie) {
-  std::vector<std::pair<const Word*, double>> known;
+json doubtful_words(const xmp::Movie& movie) {
+  std::vector<std::pair<const xmp::Word*, double>> known;
   double most = 0;
-  for (const Word& word : movie.words) {
+  for (const xmp::Word& word : movie.words) {
     double probability = 0;
-    const std::string_view text = trimmed(word.probability);
+    const std::string_view text = xmp::trimmed(word.probability);
     if (std::from_chars(text.data(), text.data() + text.size(), probability).ec != std::errc())
       continue;
     known.emplace_back(&word, probability);
@@ -112,18 +113,18 @@ json doubtful_words(const Movie& movie) {
 struct Doubt {
   const char* what;
   std::size_t count = 0;
-  const Word* first = nullptr;
+  const xmp::Word* first = nullptr;
 
-  void note_if(bool condition, const Word& word) {
+  void note_if(bool condition, const xmp::Word& word) {
     if (!condition) return;
     if (count++ == 0) first = &word;
   }
 };
 
-std::vector<std::string> warnings_of(const Movie& movie) {
+std::vector<std::string> warnings_of(const xmp::Movie& movie) {
   std::vector<std::string> warnings = movie.warnings;
-  const RateEvidence* const used = used_evidence(movie);
-  for (const RateEvidence& each : movie.evidence) {
+  const xmp::RateEvidence* used = used_evidence(movie);
+  for (const xmp::RateEvidence& each : movie.evidence) {
     if (each.rate && *each.rate != *used->rate && !is_scale(each)) {
       warnings.push_back(
           fmt::format("{} gives {} frames per second, {} gives {}; the former counts",
@@ -135,9 +136,9 @@ std::vector<std::string> warnings_of(const Movie& movie) {
   Doubt overlap{"start before the word before them ends"};
   Doubt negative{"have a negative time"};
   Doubt line_ends{"have line ends in their name or their speaker, which become blanks"};
-  const Word* before = nullptr;
+  const xmp::Word* before = nullptr;
   double end = 0;
-  for (const Word& word : movie.words) {
+  for (const xmp::Word& word : movie.words) {
     const double start = seconds(word.start);
     const double length = word.duration ? seconds(*word.duration) : 0;
     negative.note_if(start < 0 || length < 0, word);
@@ -153,14 +154,14 @@ std::vector<std::string> warnings_of(const Movie& movie) {
   for (const Doubt& doubt : {order, overlap, negative, line_ends}) {
     if (doubt.count > 0) {
       warnings.push_back(fmt::format("words that {}: {}, the first is {} at {:.3f} s", doubt.what,
-                                     doubt.count, in_quotes(doubt.first->name),
+                                     doubt.count, xmp::in_quotes(doubt.first->name),
                                      seconds(doubt.first->start)));
     }
   }
   return warnings;
 }
 
-std::string shown(const json& text) { return escaped(text.get_ref<const std::string&>()); }
+std::string shown(const json& text) { return xmp::escaped(text.get_ref<const std::string&>()); }
 
 std::string as_lines(const json& found) {
   std::string out;
@@ -177,7 +178,7 @@ std::string as_lines(const json& found) {
   } else {
     line("rate       {} frames per second, written as the scale {}",
          rate["frames_per_second"].dump(),
-         in_quotes(rate["duration_scale"].get_ref<const std::string&>()));
+         xmp::in_quotes(rate["duration_scale"].get_ref<const std::string&>()));
   }
   for (const json& each : rate["evidence"]) {
     line("  {} {}: {}{}", each["used"].get<bool>() ? "*" : " ", shown(each["property"]),
@@ -192,13 +193,13 @@ std::string as_lines(const json& found) {
   line("tracks     {}", found["tracks"].size());
   for (const json& each : found["tracks"]) {
     line("    {} {}: {} markers, {} words, {}", shown(each["type"]),
-         in_quotes(each["name"].get_ref<const std::string&>()), each["markers"].get<std::size_t>(),
-         each["words"].get<std::size_t>(),
+         xmp::in_quotes(each["name"].get_ref<const std::string&>()),
+         each["markers"].get<std::size_t>(), each["words"].get<std::size_t>(),
          shown(each["time_base"]).empty() ? "1 unit per second" : shown(each["time_base"]));
   }
   line("speakers   {}", found["speakers"].size());
   for (const json& each : found["speakers"])
-    line("    {}: {} words: {}", in_quotes(each["speaker"].get_ref<const std::string&>()),
+    line("    {}: {} words: {}", xmp::in_quotes(each["speaker"].get_ref<const std::string&>()),
          each["words"].get<std::size_t>(), shown(each["first_words"]));
   line("doubtful   {} words are less than half sure", found["doubtful_words"].size());
   std::size_t left = 10;
@@ -214,12 +215,13 @@ std::string as_lines(const json& found) {
 
 }  // namespace
 
-std::string inspect(const std::string& path, const Packet& packet, Movie& movie, bool as_json) {
+std::string inspect(const std::string& path, const xmp::Packet& packet, xmp::Movie& movie,
+                    bool as_json) {
   print_normal_packet(movie);  // Which may have something to warn of, too.
   const bool embedded = packet.file == path && !is_xmp_file(path);
-  const char* const form = movie.has_attributes && movie.has_elements ? "elements and attributes"
-                           : movie.has_attributes                     ? "attributes"
-                                                                      : "elements";
+  const char* form = movie.has_attributes && movie.has_elements ? "elements and attributes"
+                     : movie.has_attributes                     ? "attributes"
+                                                                : "elements";
   json found{{"movie", path},
              {"packet",
               {{"source", embedded ? "embedded" : "sidecar"},
@@ -239,3 +241,5 @@ std::string inspect(const std::string& path, const Packet& packet, Movie& movie,
   if (as_json) return found.dump(2, ' ', false, json::error_handler_t::replace) + '\n';
   return as_lines(found);
 }
+
+}  // namespace murmurase::tool

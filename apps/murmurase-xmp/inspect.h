@@ -2,9 +2,14 @@
 
 #include <string>
 
-#include "movie.h"
-#include "packet.h"
+#include "find_packet.h"
+#include "xmp/movie.h"
+
+namespace murmurase::tool {
 
 // What was found in `packet`, which `movie` was read from, and what `get` makes of it: as JSON, or
 // as lines to be read. `path` names what was asked for. Throws Failure where `get` would.
-std::string inspect(const std::string& path, const Packet& packet, Movie& movie, bool as_json);
+std::string inspect(const std::string& path, const xmp::Packet& packet, xmp::Movie& movie,
+                    bool as_json);
+
+}  // namespace murmurase::tool

@@ -14,13 +14,14 @@
 #include <vector>
 
 #include "core/nearest.h"
-#include "failure.h"
+#include "find_packet.h"
 #include "inspect.h"
-#include "movie.h"
-#include "normal_packet.h"
-#include "packet.h"
 #include "platform/standard_streams.h"
+#include "xmp/failure.h"
+#include "xmp/normal_packet.h"
+#include "xmp/read_movie.h"
 
+namespace murmurase::tool {
 namespace {
 
 enum ExitStatus { success = 0, failure = 1, wrong_usage = 2 };
@@ -41,8 +42,8 @@ constexpr const char* examples =
 void print(std::string_view text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0)
     return;
-  fail("cannot write to standard output: {}; check where it goes",
-       std::generic_category().message(errno));
+  xmp::fail("cannot write to standard output: {}; check where it goes",
+            std::generic_category().message(errno));
 }
 
 void report(std::string_view failure) {
@@ -51,27 +52,27 @@ void report(std::string_view failure) {
 }
 
 struct Reading {
-  Packet packet;
-  Movie movie;
+  xmp::Packet packet;
+  xmp::Movie movie;
 };
 
 // The words of the sidecar count if the movie's own packet has none.
 Reading read(const std::string& path) {
-  MovieClock clock;
-  Packet packet = find_packet(path, &clock);
-  Movie movie = read_movie(packet, clock);
+  xmp::MovieClock clock;
+  xmp::Packet packet = find_packet(path, &clock);
+  xmp::Movie movie = read_movie(packet, clock);
   if (movie.words.empty() && packet.file == path && !is_xmp_file(path)) {
     try {
-      if (const std::optional<Packet> sidecar = find_sidecar(path)) {
-        Movie both = read_movie(packet, clock, &*sidecar);
+      if (const std::optional<xmp::Packet> sidecar = find_sidecar(path)) {
+        xmp::Movie both = read_movie(packet, clock, &*sidecar);
         if (!both.words.empty()) {
           movie = std::move(both);
           movie.warnings.push_back(
               fmt::format("its own packet has no words; those of the sidecar {} are used",
-                          in_quotes(sidecar->file.native())));
+                          xmp::in_quotes(sidecar->file.native())));
         }
       }
-    } catch (const Failure& failure) {
+    } catch (const xmp::Failure& failure) {
       movie.warnings.push_back(fmt::format(
           "its own packet has no words, and the sidecar is passed over: {}", failure.what()));
     }
@@ -87,11 +88,12 @@ void get(const std::string& path, bool raw) {
   Reading found = read(path);
   found.packet.bytes = {};
   const std::string text = print_normal_packet(found.movie);
-  for (const std::string& warning : found.movie.warnings) report(in_quotes(path) + ": " + warning);
+  for (const std::string& warning : found.movie.warnings)
+    report(xmp::in_quotes(path) + ": " + warning);
   print(text);
 }
 
-void inspect(const std::string& path, bool as_json) {
+void show(const std::string& path, bool as_json) {
   Reading found = read(path);
   print(inspect(path, found.packet, found.movie, as_json));
 }
@@ -122,15 +124,14 @@ int run(int argc, char** argv) {
   app.set_version_flag("--version", "murmurase-xmp " MURMURASE_VERSION);
   app.require_subcommand(1);
   const auto add = [&](const char* name, const char* purpose) {
-    CLI::App* const command = app.add_subcommand(name, purpose);
+    CLI::App* command = app.add_subcommand(name, purpose);
     command->footer(examples);
     command->add_option("movie", movie, "A movie, or an .xmp file")->required()->type_name("MOVIE");
     return command;
   };
-  CLI::App* const get_command = add("get", "Print the XMP packet of a movie, normalised");
+  CLI::App* get_command = add("get", "Print the XMP packet of a movie, normalised");
   get_command->add_flag("--raw", raw, "Print the packet byte for byte as it is embedded");
-  CLI::App* const inspect_command =
-      add("inspect", "Show what the packet holds and what is made of it");
+  CLI::App* inspect_command = add("inspect", "Show what the packet holds and what is made of it");
   inspect_command->add_flag("--json", as_json, "Print one JSON object");
 
   try {
@@ -143,32 +144,32 @@ int run(int argc, char** argv) {
     return success;
   } catch (const CLI::ParseError& error) {
     const std::vector<std::string> unexpected = app.remaining(true);
-    std::string what = unexpected.empty() ? escaped(error.what())
-                                          : "unexpected argument " + in_quotes(unexpected[0]);
-    const std::string meant =
-        unexpected.empty() ? "" : murmurase::nearest(unexpected[0], {"get", "inspect"});
+    std::string what = unexpected.empty() ? xmp::escaped(error.what())
+                                          : "unexpected argument " + xmp::in_quotes(unexpected[0]);
+    const std::string meant = unexpected.empty() ? "" : nearest(unexpected[0], {"get", "inspect"});
     if (!meant.empty() && app.get_subcommands().empty()) what += ": did you mean " + meant + "?";
     report(what + (what.ends_with('?') ? " " : "; ") + "see murmurase-xmp --help");
     return wrong_usage;
   }
   if (*inspect_command)
-    inspect(movie, as_json);
+    show(movie, as_json);
   else
     get(movie, raw);
   return success;
 }
 
 }  // namespace
+}  // namespace murmurase::tool
 
 int main(int argc, char** argv) {
   murmurase::hold_standard_streams();
   std::signal(SIGPIPE, SIG_IGN);  // A closed pipe is a failed write, to be reported as one.
   try {
-    return run(argc, argv);
+    return murmurase::tool::run(argc, argv);
   } catch (const std::bad_alloc&) {
     std::fputs("murmurase-xmp: out of memory; close other programs\n", stderr);
   } catch (const std::exception& error) {
-    report(error.what());
+    murmurase::tool::report(error.what());
   }
-  return failure;
+  return murmurase::tool::failure;
 }

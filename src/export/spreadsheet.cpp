@@ -9,8 +9,8 @@
 #include "export/time_label.h"
 #include "model/speaker_list.h"
 #include "model/word_grouping.h"
-#include "platform/workbook/biff8.h"
-#include "platform/workbook/workbook.h"
+#include "workbook/biff8.h"
+#include "workbook/workbook.h"
 
 namespace murmurase {
 namespace {

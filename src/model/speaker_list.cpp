@@ -6,7 +6,7 @@
 #include <unordered_set>
 
 #include "core/error.h"
-#include "readers/xmp_names.h"
+#include "xmp/names.h"
 
 namespace murmurase {
 namespace {
@@ -26,7 +26,7 @@ std::optional<std::vector<SpeakerEntry>> build_speakers_array(Controller& contro
   std::string scratch;
   for (const xmlNode* node = xml::first_element(transcription.document); node != nullptr;
        node = xml::next_element(node)) {
-    if (!xml::is_named(node, xmp::speaker)) continue;
+    if (!xml::is_named(node, xmp::names::speaker)) continue;
     const std::string_view speaker = xml::text_content(node, scratch);
     if (known.contains(speaker)) {
       recurs = true;

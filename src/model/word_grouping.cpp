@@ -7,8 +7,8 @@
 
 #include "core/error.h"
 #include "core/numbers.h"
-#include "readers/xmp_names.h"
 #include "xml/document.h"
+#include "xmp/names.h"
 
 namespace murmurase {
 namespace {
@@ -61,11 +61,11 @@ struct Marker {
 Marker read_marker(const xmlNode* element, std::string_view word) {
   Marker marker;
   for (const xmlNode* node = element->children; node != nullptr; node = node->next) {
-    if (marker.start_time == nullptr && xml::is_named(node, xmp::start_time)) {
+    if (marker.start_time == nullptr && xml::is_named(node, xmp::names::start_time)) {
       marker.start_time = node;
-    } else if (marker.duration == nullptr && xml::is_named(node, xmp::duration)) {
+    } else if (marker.duration == nullptr && xml::is_named(node, xmp::names::duration)) {
       marker.duration = node;
-    } else if (marker.speaker == nullptr && xml::is_named(node, xmp::speaker)) {
+    } else if (marker.speaker == nullptr && xml::is_named(node, xmp::names::speaker)) {
       marker.speaker = node;
     }
   }
@@ -95,7 +95,7 @@ void build_words_array(Controller& controller, std::int64_t grouping) {
     throw Error(ErrorKind::missing_value, "the transcription names no speakers");
   }
   const XmlElement& transcription = required(controller.transcription_xml, "transcription_xml");
-  const xmlNode* frame_rate = xml::child(transcription.node, xmp::frame_rate);
+  const xmlNode* frame_rate = xml::child(transcription.node, xmp::names::frame_rate);
   if (frame_rate == nullptr) {
     throw Error(ErrorKind::missing_value,
                 "the transcription's Speech track has no xmpDM:frameRate element");
@@ -112,7 +112,7 @@ void build_words_array(Controller& controller, std::int64_t grouping) {
   std::string speaker_scratch;
   for (const xmlNode* node = xml::first_element(transcription.document); node != nullptr;
        node = xml::next_element(node)) {
-    if (!xml::is_named(node, xmp::name)) continue;
+    if (!xml::is_named(node, xmp::names::name)) continue;
     const std::string_view word =
         without_replacements(xml::text_content(node, word_scratch), word_scratch);
     const Marker marker = read_marker(node->parent, word);

@@ -6,8 +6,8 @@
 #include "core/error.h"
 #include "core/numbers.h"
 #include "platform/platform.h"
-#include "readers/xmp_names.h"
 #include "timecode/timecode.h"
+#include "xmp/names.h"
 
 namespace murmurase {
 namespace {
@@ -24,12 +24,12 @@ MovieProperties find_properties(const XmlDocument& document) {
   std::string scratch;
   for (xmlNode* node = xml::first_element(document); node != nullptr;
        node = xml::next_element(node)) {
-    if (xml::is_named(node, xmp::track_type)) {
+    if (xml::is_named(node, xmp::names::track_type)) {
       found.track_types.push_back({document, node});
-    } else if (!found.start_timecode && xml::is_named(node, xmp::time_value)) {
+    } else if (!found.start_timecode && xml::is_named(node, xmp::names::time_value)) {
       found.start_timecode = xml::text_content(node, scratch);
-    } else if (!found.scale && xml::is_named(node, xmp::scale) &&
-               xml::is_named(node->parent, xmp::duration)) {
+    } else if (!found.scale && xml::is_named(node, xmp::names::scale) &&
+               xml::is_named(node->parent, xmp::names::duration)) {
       found.scale = xml::text_content(node, scratch);
     }
   }
@@ -41,7 +41,7 @@ std::optional<MovieProperties> properties_of(const ToolRun& run, const std::stri
   if (run.failure) std::rethrow_exception(run.failure);
   if (run.wait_status != 0) return std::nullopt;
   return find_properties(
-      xml::parse_values(run.output.view(), xmp::values, xmp::dynamic_media,
+      xml::parse_values(run.output.view(), xmp::names::values, xmp::dynamic_media,
                         fmt::format("the XMP packet of {}", printable(movie_path))));
 }
 
