@@ -55,9 +55,8 @@ class CommandLine(Case):
             self.assertEqual(self.expect("speakers", INTERVIEW, *names), "Speaker 1\nSpeaker 2  A=b\n")
             for options, name in (AS_BOB, "BOB"), (["--words=3", *names], "A=B"), ([*names, *AS_BOB], "BOB"):
                 self.assertEqual(self.expect("text", INTERVIEW, "-", *options), TRANSCRIPT.replace("BOB", name))
-        with subprocess.Popen(["sh", "-c", "sleep 0.1; cat names"], cwd=self.folder,
-                              stdout=subprocess.PIPE) as late:
-            self.assertIn("A=B", self.expect("text", INTERVIEW, "-", "--names=/dev/stdin", stdin=late.stdout))
+        with subprocess.Popen(["cat", "names"], cwd=self.folder, stdout=subprocess.PIPE) as printed:
+            self.assertIn("A=B", self.expect("text", INTERVIEW, "-", "--names=/dev/stdin", stdin=printed.stdout))
 
     def markers_of(self, path):
         return [[marker.findtext(name) for name in ("name", "comment", "in", "out")]

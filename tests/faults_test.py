@@ -68,6 +68,9 @@ class Faults(Case):
                 self.expect_failure(*command, said=f"cannot write {self.out}: File too large",
                                     **limits(FSIZE=offset))
                 self.expect_nothing_left(old)
+            self.out.unlink()
+            self.expect_failure(*command, said="File too large", **limits(FSIZE=size - 1))
+            self.assertEqual(os.listdir(self.target), [])
 
     def test_full_disk_and_read_only_folder(self):
         inside = ["unshare", "-rm", "sh", "-ec"]
@@ -105,7 +108,9 @@ class Faults(Case):
             self.expect_nothing_left()
             self.out.unlink()
         self.out.mkdir()
-        for out, message in ((self.out, "Is a directory"), ("/dev/full", "No space left on device"),
+        loop = pathlib.Path(self.folder / "loop")
+        loop.symlink_to("loop")
+        for out, message in ((self.out, "Is a directory"), (loop, "Too many levels of symbolic links"), ("/dev/full", "No space left on device"),
                              (self.folder / "none/out", "No such file or directory"),
                              (CLIP / "out", "Not a directory")):
             for command in self.commands(out):

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "core/fields.h"
-#include "model/speaker_list.h"
 #include "support.h"
 
 namespace murmurase::test {
@@ -59,20 +58,14 @@ TEST(StartUp, CountsOnce) {
   start_up(module);
   const char* const file = module.process.temp_xml_file->c_str();
   EXPECT_STREQ(file, "/a/Fernwork/Parlenda.xml");
-  platform.support = {"/b"};
-  module.operations.install(operation<build_speakers_array>("to_frames", true));
   EXPECT_EQ(error_of([&] { start_up(module); }),
             "3: parse_xml_file is installed already; start-up runs once");
-  EXPECT_EQ(module.process.temp_xml_file->c_str(), file);
-  Controller controller(module.process, host);
-  EXPECT_EQ(error_of([&] { module.operations.call("to_frames", controller, {}); }),
-            "1: wrong number of arguments (0 for 2)");
 
   Module unusable(platform);
   for (const bool again : {false, true}) {
     platform.folders_can_be_made = again;
     const std::string error = error_of([&] { start_up(unusable); });
-    EXPECT_TRUE(is_error(error, ErrorKind::system, "cannot make the folder /b/Fernwork")) << error;
+    EXPECT_TRUE(is_error(error, ErrorKind::system, "cannot make the folder /a/Fernwork")) << error;
     EXPECT_EQ(error.find("start-up failed earlier") != std::string::npos, again) << error;
     EXPECT_TRUE(unusable.operations.empty() && !unusable.process.temp_xml_file);
   }

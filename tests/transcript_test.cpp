@@ -193,16 +193,5 @@ TEST(Exports, FailuresWriteNothing) {
   }
 }
 
-// A hundred thousand speakers: a list walked for each word or phrase would take minutes.
-TEST(TextTranscript, ManySpeakers) {
-  std::vector<Word> words;
-  for (int i = 0; i < 100000; ++i) words.push_back({"w", "0", "1", std::to_string(i)});
-  Desk desk;
-  load(desk, speech(words));
-  save_to_text(desk.controller, 100, "out.txt");
-  EXPECT_EQ(desk.controller.speakers_array->size(), 100000U);
-  EXPECT_TRUE(desk.platform.files["out.txt"].ends_with("\n\n  99999\n[00:00:00] w\n"));
-}
-
 }  // namespace
 }  // namespace murmurase::test
