@@ -180,19 +180,14 @@ class CommandLine(Case):
     def test_excel(self):
         out = self.folder / "out.xls"
         self.expect("excel", INTERVIEW, out, "--words=3", "--name=Speaker 2=Зоя")
-        book = xlrd.open_workbook(out, formatting_info=True)
-        sheet = book.sheet_by_index(0)
+        sheet = xlrd.open_workbook(out, formatting_info=True).sheet_by_index(0)
         self.assertEqual([sheet.row_values(row) for row in range(sheet.nrows)], [
             ["Time In", "Time Out", "Speaker", "Transcript", "File Path"],
             ["01:00:00:00", "01:00:00:10", "Speaker 1", "Hello and welcome", str(INTERVIEW)],
             ["01:00:01:06", "01:00:01:10", "Speaker 1", "to the", str(INTERVIEW)],
             ["01:00:02:15", "01:00:03:00", "Зоя", "Thanks Bob", str(INTERVIEW)]])
-        widths = {column: info.width * 7 / 256 for column, info in sheet.colinfo_map.items()}  # in pixels
-        self.assertEqual({column: round((width - 5) / 7) for column, width in widths.items()},
-                         {0: 11, 1: 11, 2: 10, 3: 50})
-        self.assertEqual([[book.font_list[book.xf_list[cell.xf_index].font_index].bold
-                           for cell in sheet.row(row)] for row in (0, 1)], [[1] * 5, [0] * 5])
-
+        self.assertEqual([round((sheet.colinfo_map[column].width * 7 / 256 - 5) / 7) for column in range(4)],
+                         [11, 11, 10, 50])
         before = out.read_bytes()
         start, end = PACKET.index(b"        <rdf:li"), PACKET.index(b"</rdf:li>") + len(b"</rdf:li>\n")
         long = PACKET.replace(b">Hello<", f">{'😀' * 8190}<".encode()).replace(b">and<", b">%s<" % (b"x" * 16380))

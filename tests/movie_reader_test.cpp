@@ -34,7 +34,8 @@ TEST(MovieReader, FrameRates) {
       {"1/2997", 29.97},  {"1/2500", 25.0},       {"1/25", 25.0},
       {"1/30", 30.0},     {"2997", 0.0},          {"1001/30000", 29.97002997002997},
       {"1/2_400", 24.0},  {" 1 / 2400 /7", 24.0}, {"1//2400", 0.0},
-      {"0/25", INFINITY}, {"1e0/2.5e3x", 25.0},   {"&#49;/<![CDATA[25]]>00", 25.0}};
+      {"0/25", INFINITY}, {"1e0/2.5e3x", 25.0},   {"-x/.5e", INFINITY},
+      {"1__0/25", 25.0},  {"inf/1,5", INFINITY},  {"&#49;/<![CDATA[25]]>00", 25.0}};
   for (const auto& [written, rate] : cases) {
     Desk desk;
     read(desk, packet(scale(written)));
@@ -169,13 +170,8 @@ TEST(MovieReader, HostileDocumentsEndInAnError) {
   const std::pair<std::string, const char*> cases[] = {
       {with_type(entity_bomb(), packet(speech({{"&e10;", "0", "1", "A"}}))),
        "expand without measure"},
-      {with_type("<!DOCTYPE a [<!ENTITY e '" + std::string(60'000, 'x') + "'>]>",
-                 packet(speech({{numbered("&e;", 20), "0", "1", "A"}}))),
-       "expand without measure"},
       {packet(numbered("<d{}>", 1000)), "nested too deep"},
       {packet(numbered("<d/>", 4'000) + "<d " + numbered("a{}='' ", 60'000) + "/>"),
-       "too many attributes or namespaces"},
-      {packet("<d " + numbered("xmlns:a{}='u' ", 60'000) + "/>"),
        "too many attributes or namespaces"},
       {packet("<d " + numbered("xmlns:a{}='u' ", 20'000) + ">" + numbered("<d/>", 60'000)),
        "too many attributes or namespaces"},

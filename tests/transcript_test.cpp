@@ -1,9 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <regex>
 
-#include "export/spreadsheet.h"
 #include "export/text_transcript.h"
 #include "model/speaker_list.h"
 #include "model/word_grouping.h"
@@ -159,38 +157,6 @@ TEST(TextTranscript, FailuresKeepWhatWasBuilt) {
   desk.controller.speakers_array->pop_back();
   EXPECT_TRUE(is_error(failing(), ErrorKind::missing_value, "\"B\""));
   EXPECT_EQ(desk.controller.text_to_save, "  A\n[00:00:00] w\n");
-}
-
-TEST(Exports, FailuresWriteNothing) {
-  for (const auto save : {save_to_text, save_to_excel}) {
-    Desk desk;
-    desk.controller.mov_file_path = "a.mov";
-    const auto expect = [&](ErrorKind kind, const char* part) {
-      const std::string error = error_of([&] { save(desk.controller, 100, "out"); });
-      EXPECT_TRUE(is_error(error, kind, part)) << error;
-      EXPECT_TRUE(desk.platform.files.empty());
-    };
-    load(desk, speech(example));
-    desk.controller.speakers_array->pop_back();
-    expect(ErrorKind::missing_value, "\"B\"");
-    load(desk, speech({}));
-    expect(ErrorKind::missing_value, "no speakers");
-    load(desk, speech(example));
-    for (const double rate : {static_cast<double>(INFINITY), static_cast<double>(NAN)}) {
-      desk.controller.frame_rate = rate;
-      expect(ErrorKind::range, "frame rate");
-    }
-    desk.controller.frame_rate = 0.0;
-    expect(ErrorKind::zero_division, "0 frames");
-    desk.controller.frame_rate = 25.0;
-    desk.controller.first_frame.reset();
-    expect(ErrorKind::missing_value, "first_frame");
-    desk.controller.first_frame = 0;
-    desk.platform.files_can_be_written = false;
-    expect(ErrorKind::system, "write out");
-    desk.controller.mov_file_path = "a\xFF.mov";
-    if (save == save_to_excel) expect(ErrorKind::range, "movie's path a\\xFF.mov cannot");
-  }
 }
 
 }  // namespace
