@@ -147,7 +147,7 @@ class Faults(Case):
                                 signal.SIGSEGV, signal.SIGPIPE, signal.SIGALRM, signal.SIGTERM)]
         cases += [(":", {}, "it is empty"), ("exit 3", {}, "failed with status 3 without saying why")]
         large = [("exec head -c 2147483648 /dev/zero", {}, "it is larger than 512 MiB"),
-                 ("yes >&2 & exit 1", {}, "cannot read its XMP: y"),
+                 ("echo y >&2; yes >&2 & exit 1", {}, "cannot read its XMP: y"),
                  ("exec head -c 536870912 /dev/zero", {}, "it holds no element")]
         if ADDRESS_SPACE_CAN_BE_LIMITED:
             large += [("exec head -c 536870912 /dev/zero", {"AS": 1 << 29}, "out of memory"),

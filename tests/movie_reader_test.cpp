@@ -154,16 +154,12 @@ TEST(MovieReader, TextsToTheLetter) {
   EXPECT_EQ(first_speaker(with_type("<!DOCTYPE x SYSTEM 'elsewhere.dtd'>", elsewhere)), "A");
 }
 
-TEST(MovieReader, Encodings) {
+TEST(MovieReader, Encoding) {
   const std::string words = packet(speech({{"a", "0", "1", "\xE9t\xE9"}}));
   const std::size_t declaration = words.find("<x:xmpmeta");
   EXPECT_EQ(
       first_speaker("<?xml version='1.0' encoding='ISO-8859-1'?>" + words.substr(declaration)),
       "été");
-  const std::string ascii = packet(speech({{"a", "0", "1", "Anna"}})).substr(declaration);
-  std::string utf16 = "\xFF\xFE";
-  for (const char c : ascii) utf16.append({c, '\0'});
-  EXPECT_EQ(first_speaker(utf16), "Anna");
 }
 
 TEST(MovieReader, HostileDocumentsEndInAnError) {

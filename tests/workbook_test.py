@@ -87,7 +87,7 @@ class WorkbookTest(unittest.TestCase):
         chance = random.Random(1)
         for _ in range(20):
             texts = {(chance.choice((0, 31, 32, 5000)) + chance.randrange(40), chance.randrange(256)): (
-                "".join(chance.choices("aéЖ漢😀", k=chance.randrange(5))) * chance.randrange(4000), chance.random() < .5)
+                "".join(chance.choices("aéЖ漢😀\U0010fffd", k=chance.randrange(5))) * chance.randrange(4000), chance.random() < .5)
                 for _ in range(chance.randrange(100))}
             book, sheet = self.read([cell(*place, *text) for place, text in texts.items()])
             for place, (text, bold) in texts.items():
