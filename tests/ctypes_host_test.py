@@ -84,6 +84,7 @@ class CtypesHost(unittest.TestCase):
                 ("to_timecode", (107892, 30, "DF"), "01:00:00;00"), ("to_timecode", (1800.0, 30.0, "DF"), "00:01:00;02"),
                 ("to_timecode", (9007199254740993, 25.0, "NDF"), "100079991719:20:39:18"),
                 ("to_timestamp", (9007199254740993,), "2501999792983:36:33"),
+                ("to_timestamp", (2.0**63,), "no countable number"), ("to_timestamp", (float("nan"),), "no count"),
                 ("to_frames", ("DF",), "wrong number of arguments (1 for 2)"),
                 ("to_frames", ("DF", 30, "DF", "DF"), "wrong number of arguments (4 for 3)"),
                 ("build_speakers_array", (None,), "wrong number of arguments (1 for 0)"),

@@ -1,7 +1,6 @@
 """Opens written workbooks in LibreOffice and Gnumeric, and compares what these make of them."""
 import csv
 import io
-import os
 import subprocess
 import tempfile
 import unittest
