@@ -310,6 +310,8 @@ class XmpNormaliseTest(Case):
         self.movie("clip.mov", "-r", "240")
         self.assertEqual(self.read("clip.mov")["frame_rate"], 240)
         self.assert_stable("clip.mov")
+        self.movie("clip.mov", "-vf", "settb=1/30000,setpts=N*N*1001", "-fps_mode", "vfr")  # has no rate
+        self.assertNotIn("video track", self.expect("inspect", "clip.mov"))
 
     def test_words_of_the_sidecar(self):
         self.movie("clip.mov")
