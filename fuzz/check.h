@@ -1,10 +1,8 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string_view>
 
 #include "core/error.h"
@@ -19,24 +17,6 @@ inline void check(bool holds, const char* what) {
   static_cast<void>(std::fprintf(stderr, "does not hold: %s\n", what));
   std::abort();
 }
-
-// The input as the numbers and texts that are taken off its front; zeros and nothing at its end.
-struct Input {
-  std::string_view rest;
-
-  template <typename Number>
-  Number take() {
-    Number number{};
-    std::memcpy(&number, rest.data(), std::min(rest.size(), sizeof number));
-    rest.remove_prefix(std::min(rest.size(), sizeof number));
-    return number;
-  }
-  std::string_view take_text(std::size_t length) {
-    const std::string_view text = rest.substr(0, length);
-    rest.remove_prefix(text.size());
-    return text;
-  }
-};
 
 inline std::string_view text_of(const std::uint8_t* data, std::size_t size) {
   return {reinterpret_cast<const char*>(data), size};

@@ -1,5 +1,5 @@
 /* A host in C11, which knows the public header alone: the whole road through it, then its misuse.
- * tests/consumer builds it once more against an installed copy. */
+ * tests/installed builds it once more against an installed copy. */
 #define _XOPEN_SOURCE 700
 #include <dlfcn.h>
 #include <stdio.h>
@@ -205,7 +205,6 @@ static void clip_road(murmurase_controller* controller) {
   EXPECT(succeeded(m.document_repair(document, &repair, NULL)));
   EXPECT(kind(m.document_repair(document, NULL, NULL)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.document_repair(value, &repair, NULL)) == MURMURASE_ERROR_TYPE);
-  EXPECT(kind(m.document_repair(NULL, &repair, NULL)) == MURMURASE_ERROR_TYPE);
   m.value_free(document);
   m.value_free(value);
   m.value_free(clip);
@@ -221,13 +220,12 @@ static void clip_road(murmurase_controller* controller) {
   }
 }
 
-static void misuse(murmurase_controller* controller, const murmurase_host* host) {
+static void misuse(murmurase_controller* controller) {
   murmurase_value* list = NULL;
   murmurase_value* record = NULL;
   murmurase_value* value = NULL;
   const murmurase_value* item = NULL;
   const char* bytes = NULL;
-  int64_t number = 0;
   double real = 0;
   bool boolean = false;
   void* object = NULL;
@@ -236,21 +234,15 @@ static void misuse(murmurase_controller* controller, const murmurase_host* host)
   EXPECT(succeeded(m.new_boolean(true, &value)));
 
   EXPECT(kind(m.controller_new(NULL, &controller)) == MURMURASE_ERROR_ARGUMENT);
-  EXPECT(kind(m.controller_new(host, NULL)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.controller_new(&(const murmurase_host){0}, &controller)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.get(NULL, "in", &value)) == MURMURASE_ERROR_ARGUMENT);
-  EXPECT(kind(m.get(controller, NULL, &value)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.get(controller, "in", NULL)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.set(controller, "in", value)) == MURMURASE_ERROR_TYPE);
-  EXPECT(kind(m.set(NULL, "in", NULL)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.call(NULL, "to_frames", NULL, 0, NULL)) == MURMURASE_ERROR_ARGUMENT);
-  EXPECT(kind(m.call(controller, NULL, NULL, 0, NULL)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.call(controller, "to_frames", NULL, 2, NULL)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.new_text(NULL, 1, &value)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.new_real(1, NULL)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.new_text("x", SIZE_MAX / 2 + 1, &value)) == MURMURASE_ERROR_MEMORY);
-  EXPECT(kind(m.get_boolean(list, &boolean)) == MURMURASE_ERROR_TYPE);
-  EXPECT(kind(m.get_integer(NULL, &number)) == MURMURASE_ERROR_TYPE);
   EXPECT(kind(m.get_boolean(value, NULL)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.get_real(value, &real)) == MURMURASE_ERROR_TYPE);
   EXPECT(kind(m.get_text(value, &bytes, NULL)) == MURMURASE_ERROR_TYPE);
@@ -259,12 +251,8 @@ static void misuse(murmurase_controller* controller, const murmurase_host* host)
   EXPECT(kind(m.list_get(record, 0, &item)) == MURMURASE_ERROR_TYPE);
   EXPECT(kind(m.list_set(list, 0, value)) == MURMURASE_ERROR_RANGE);
   EXPECT(kind(m.list_append(list, list)) == MURMURASE_ERROR_TYPE);
-  EXPECT(kind(m.list_append(NULL, value)) == MURMURASE_ERROR_TYPE);
   EXPECT(kind(m.record_set(record, "k", record)) == MURMURASE_ERROR_TYPE);
-  EXPECT(kind(m.record_set(record, NULL, value)) == MURMURASE_ERROR_ARGUMENT);
-  EXPECT(kind(m.record_set(list, "k", value)) == MURMURASE_ERROR_TYPE);
   EXPECT(kind(m.record_get(record, "k", &item)) == MURMURASE_ERROR_NAME);
-  EXPECT(m.record_key(list, 0) == NULL);
   EXPECT(m.size(NULL) == 0);
   EXPECT(m.value_kind(NULL) == MURMURASE_NULL);
 
@@ -308,7 +296,7 @@ int main(int count, char** arguments) {
   EXPECT(m.startup_error() == NULL);
   road(controller, arguments[2], &table);
   clip_road(controller);
-  misuse(controller, &host);
+  misuse(controller);
   m.controller_free(controller);
 
   /* A second start-up fails, and leaves the operations; a host may lack a callback until it counts. */
@@ -318,9 +306,6 @@ int main(int count, char** arguments) {
   EXPECT(file != NULL && m.temp_xml_file() == file);
   EXPECT(succeeded(m.controller_new(&silent, &controller)));
   murmurase_value* value = NULL;
-  EXPECT(succeeded(call(controller, "to_timestamp", 1, integer(9007199254740993), NULL, &value)));
-  EXPECT(is_text(value, "2501999792983:36:33"));
-  m.value_free(value);
   m.set_host_ui_active(true);
   EXPECT(kind(call(controller, "build_words_array", 1, integer(3), NULL, NULL)) ==
          MURMURASE_ERROR_MISSING_VALUE);

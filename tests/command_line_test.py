@@ -55,9 +55,8 @@ class CommandLine(Case):
             self.assertEqual(self.expect("speakers", INTERVIEW, *names), "Speaker 1\nSpeaker 2  A=b\n")
             for options, name in (AS_BOB, "BOB"), (["--words=3", *names], "A=B"), ([*names, *AS_BOB], "BOB"):
                 self.assertEqual(self.expect("text", INTERVIEW, "-", *options), TRANSCRIPT.replace("BOB", name))
-        with subprocess.Popen(["sh", "-c", "sleep 0.1; cat names"], cwd=self.folder,
-                              stdout=subprocess.PIPE) as late:
-            self.assertIn("A=B", self.expect("text", INTERVIEW, "-", "--names=/dev/stdin", stdin=late.stdout))
+        with subprocess.Popen(["cat", "names"], cwd=self.folder, stdout=subprocess.PIPE) as printed:
+            self.assertIn("A=B", self.expect("text", INTERVIEW, "-", "--names=/dev/stdin", stdin=printed.stdout))
 
     def markers_of(self, path):
         return [[marker.findtext(name) for name in ("name", "comment", "in", "out")]
@@ -181,19 +180,14 @@ class CommandLine(Case):
     def test_excel(self):
         out = self.folder / "out.xls"
         self.expect("excel", INTERVIEW, out, "--words=3", "--name=Speaker 2=Зоя")
-        book = xlrd.open_workbook(out, formatting_info=True)
-        sheet = book.sheet_by_index(0)
+        sheet = xlrd.open_workbook(out, formatting_info=True).sheet_by_index(0)
         self.assertEqual([sheet.row_values(row) for row in range(sheet.nrows)], [
             ["Time In", "Time Out", "Speaker", "Transcript", "File Path"],
             ["01:00:00:00", "01:00:00:10", "Speaker 1", "Hello and welcome", str(INTERVIEW)],
             ["01:00:01:06", "01:00:01:10", "Speaker 1", "to the", str(INTERVIEW)],
             ["01:00:02:15", "01:00:03:00", "Зоя", "Thanks Bob", str(INTERVIEW)]])
-        widths = {column: info.width * 7 / 256 for column, info in sheet.colinfo_map.items()}  # in pixels
-        self.assertEqual({column: round((width - 5) / 7) for column, width in widths.items()},
-                         {0: 11, 1: 11, 2: 10, 3: 50})
-        self.assertEqual([[book.font_list[book.xf_list[cell.xf_index].font_index].bold
-                           for cell in sheet.row(row)] for row in (0, 1)], [[1] * 5, [0] * 5])
-
+        self.assertEqual([round((sheet.colinfo_map[column].width * 7 / 256 - 5) / 7) for column in range(4)],
+                         [11, 11, 10, 50])
         before = out.read_bytes()
         start, end = PACKET.index(b"        <rdf:li"), PACKET.index(b"</rdf:li>") + len(b"</rdf:li>\n")
         long = PACKET.replace(b">Hello<", f">{'😀' * 8190}<".encode()).replace(b">and<", b">%s<" % (b"x" * 16380))
@@ -275,7 +269,6 @@ class CommandLine(Case):
                                 said=f"{INTERVIEW}: cannot write standard output: No space left on device\n")
         self.expect_failure("export", INTERVIEW, "--out", "/dev/null/x", said="/dev/null/x")
 
-    @unittest.skipIf("/memcheck/" in MURMURASE, "valgrind's own file takes the number of a closed stream")
     def test_closed_standard_streams(self):
         out = self.folder / "out.txt"
         for closed in ([1], [2], [1, 2], [0, 1, 2]):

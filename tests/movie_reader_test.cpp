@@ -34,7 +34,8 @@ TEST(MovieReader, FrameRates) {
       {"1/2997", 29.97},  {"1/2500", 25.0},       {"1/25", 25.0},
       {"1/30", 30.0},     {"2997", 0.0},          {"1001/30000", 29.97002997002997},
       {"1/2_400", 24.0},  {" 1 / 2400 /7", 24.0}, {"1//2400", 0.0},
-      {"0/25", INFINITY}, {"1e0/2.5e3x", 25.0},   {"&#49;/<![CDATA[25]]>00", 25.0}};
+      {"0/25", INFINITY}, {"1e0/2.5e3x", 25.0},   {"-x/.5e", INFINITY},
+      {"1__0/25", 25.0},  {"inf/1,5", INFINITY},  {"&#49;/<![CDATA[25]]>00", 25.0}};
   for (const auto& [written, rate] : cases) {
     Desk desk;
     read(desk, packet(scale(written)));
@@ -153,46 +154,20 @@ TEST(MovieReader, TextsToTheLetter) {
   EXPECT_EQ(first_speaker(with_type("<!DOCTYPE x SYSTEM 'elsewhere.dtd'>", elsewhere)), "A");
 }
 
-TEST(MovieReader, Encodings) {
+TEST(MovieReader, Encoding) {
   const std::string words = packet(speech({{"a", "0", "1", "\xE9t\xE9"}}));
   const std::size_t declaration = words.find("<x:xmpmeta");
   EXPECT_EQ(
       first_speaker("<?xml version='1.0' encoding='ISO-8859-1'?>" + words.substr(declaration)),
       "été");
-  const std::string ascii = packet(speech({{"a", "0", "1", "Anna"}})).substr(declaration);
-  std::string utf16 = "\xFF\xFE";
-  for (const char c : ascii) utf16.append({c, '\0'});
-  EXPECT_EQ(first_speaker(utf16), "Anna");
-}
-
-// Cut anywhere, a packet gives what it still holds or an error, and never more.
-TEST(MovieReader, CutAtEveryByte) {
-  const std::string whole = packet(scale("1/2500") + start("00:00:00:10") +
-                                   speech({{"Hello", "0", "1", "A"}, {"Bob", "1", "1", "B"}}));
-  for (std::size_t length = 0; length < whole.size(); ++length) {
-    Desk desk;
-    const std::string error = error_of([&] { read(desk, whole.substr(0, length)); });
-    if (error.empty()) {
-      EXPECT_LE(desk.controller.first_frame.value_or(0), 10) << length;
-    } else {
-      EXPECT_TRUE(is_error(error, ErrorKind::xml, "a.mov") ||
-                  is_error(error, ErrorKind::missing_value, "frame_rate"))
-          << length << error;
-    }
-  }
 }
 
 TEST(MovieReader, HostileDocumentsEndInAnError) {
   const std::pair<std::string, const char*> cases[] = {
       {with_type(entity_bomb(), packet(speech({{"&e10;", "0", "1", "A"}}))),
        "expand without measure"},
-      {with_type("<!DOCTYPE a [<!ENTITY e '" + std::string(60'000, 'x') + "'>]>",
-                 packet(speech({{numbered("&e;", 20), "0", "1", "A"}}))),
-       "expand without measure"},
       {packet(numbered("<d{}>", 1000)), "nested too deep"},
       {packet(numbered("<d/>", 4'000) + "<d " + numbered("a{}='' ", 60'000) + "/>"),
-       "too many attributes or namespaces"},
-      {packet("<d " + numbered("xmlns:a{}='u' ", 60'000) + "/>"),
        "too many attributes or namespaces"},
       {packet("<d " + numbered("xmlns:a{}='u' ", 20'000) + ">" + numbered("<d/>", 60'000)),
        "too many attributes or namespaces"},
@@ -202,19 +177,12 @@ TEST(MovieReader, HostileDocumentsEndInAnError) {
        "expand without measure"}};
   for (const auto& each : cases) {
     Desk desk;
+    testing::internal::CaptureStderr();
     const std::string error = error_of([&] { read(desk, each.first); });
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_TRUE(is_error(error, ErrorKind::xml, each.second)) << each.second << error;
     EXPECT_FALSE(desk.controller.displayformat);
   }
-}
-
-TEST(MovieReader, NothingIsPrinted) {
-  Desk desk;
-  desk.platform.tool_output =
-      "<?xml version=\"1.0\" encoding=\"EUC-JP\"?>\n<a>\n<b>\xFF\xFF</b></a>";
-  testing::internal::CaptureStderr();
-  parse_xmp_from_mov(desk.controller, "a.mov");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 }  // namespace

@@ -3,7 +3,6 @@ is written, and messages are plain lines."""
 
 import os
 import re
-import shutil
 import socket
 import unittest
 
@@ -123,14 +122,11 @@ class NothingGetsIn(Case):
             self.assertEqual((own.is_symlink(), own.is_file(), os.path.getsize(canary)), (False, True, 0))
             own.unlink()
 
-    def test_a_tool_is_no_option_of_any_shell(self):
+    def test_a_tool_is_no_option_of_the_shell(self):
         movie = self.make(b"m.xmp", b"#!/bin/sh\ntouch pwned\n", 0o755)
         self.write("work/-a", f"#!/bin/sh\nexec cat {os.fsdecode(self.make(b'p', PACKET))}\n", 0o755)
-        inside = ["unshare", "-rm", "sh", "-ec", 'mount --bind "$0" /bin/sh; exec "$@"']
-        for shell in [], [*inside, "/bin/dash"], [*inside, "/bin/bash"]:
-            if not shell or shutil.which("unshare") and run(*shell, "true")[0] == 0:
-                done = run(*shell, MURMURASE, "text", "--xmp-tool=-a", movie, "out", **self.options)
-                self.assertEqual((done, self.files() & {b"work/pwned"}), ((0, "", ""), set()), shell)
+        done = self.call("text", "--xmp-tool=-a", movie, "out")
+        self.assertEqual((done, self.files() & {b"work/pwned"}), ((0, "", ""), set()))
 
     def documents(self, canary, url):
         """Commands on documents that ask for both."""
@@ -147,17 +143,15 @@ class NothingGetsIn(Case):
     def test_what_the_system_is_asked(self):
         canary = self.make(b"canary", b"a secret")
         self.options["env"]["ASAN_OPTIONS"] = "detect_leaks=0"  # under strace there is no such thing
-        traced = shutil.which("strace") and run(*TRACE, "true", **self.options)[0] == 0
         with socket.create_server(("127.0.0.1", 0)) as server:
             server.setblocking(False)
             for command in self.documents(canary, b"http://127.0.0.1:%d" % server.getsockname()[1]):
                 with self.subTest(command=command):
                     self.write("work/out", "")
-                    status, printed, said = run(*(TRACE if traced else []), *command, **self.options)
+                    status, printed, said = run(*TRACE, *command, **self.options)
                     self.assertIn(status, (0, 1))
                     self.assertNotIn("a secret", printed + said + (self.work / "out").read_text())
-                    if traced:
-                        self.check_trace((self.work / "trace").read_bytes(), canary, command[0] == MURMURASE)
+                    self.check_trace((self.work / "trace").read_bytes(), canary, command[0] == MURMURASE)
             with self.assertRaises(BlockingIOError):
                 server.accept()
 

@@ -20,18 +20,14 @@ class FakePlatform : public Platform {
   std::string tool_output;
   int tool_status = 0;
   std::exception_ptr tool_failure;
-  std::vector<std::string> support;  // the Application Support directories
-  bool folders_can_be_made = true;
   std::map<std::string, std::string> files;
   bool files_can_be_written = true;
   std::string marked;  // creator and path of the file whose Finder information was set
 
-  std::vector<std::string> application_support_directories() override { return support; }
+  std::vector<std::string> application_support_directories() override { return {}; }
   std::string expand_tilde(const std::string& path) override { return path; }
   bool is_directory(const std::string&) override { return false; }
-  void create_directory(const std::string& path) override {
-    if (!folders_can_be_made) throw system_error("make the folder", path, EACCES);
-  }
+  void create_directory(const std::string&) override {}
   ToolRun run_xmp_tool(const std::string&, const std::string&) override {
     return {tool_status, buffer(tool_output), tool_failure};
   }

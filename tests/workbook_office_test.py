@@ -1,14 +1,13 @@
 """Opens written workbooks in LibreOffice and Gnumeric, and compares what these make of them."""
 import csv
 import io
-import os
 import subprocess
 import tempfile
 import unittest
 
 import xlrd
 
-from workbook_tool import TEXTS, cell, full_sheet, full_sheet_calls, write
+from workbook_tool import TEXTS, cell, write
 
 
 class OfficeTest(unittest.TestCase):
@@ -27,20 +26,12 @@ class OfficeTest(unittest.TestCase):
                 self.assertEqual(done.stderr, b"")
         return f"{folder}/libreoffice/book.{kind}", gnumeric
 
-    def assert_shows(self, rows, calls):
-        for path in self.converted("csv", calls):
-            with open(path, newline="", encoding="utf-8") as file:
-                found = list(csv.reader(file))
-            self.assertEqual(len(found), len(rows), path)
-            for number, row in enumerate(rows):
-                self.assertEqual(found[number], row, path)
-
     def test_texts(self):
         rows = [[text, "|"] for text in TEXTS]
-        self.assert_shows(rows, [cell(r, c, text) for r, row in enumerate(rows) for c, text in enumerate(row)])
-
-    def test_full_sheet(self):
-        self.assert_shows(list(full_sheet()), full_sheet_calls())
+        calls = [cell(r, c, text) for r, row in enumerate(rows) for c, text in enumerate(row)]
+        for path in self.converted("csv", calls):
+            with open(path, newline="", encoding="utf-8") as file:
+                self.assertEqual(list(csv.reader(file)), rows, path)
 
     def test_formats_and_widths_survive_a_save(self):
         calls = [cell(0, 0, "head", bold=True), cell(1, 0, "12"), cell(1, 1, "=1+1"), cell(1, 2, ""),

@@ -1,7 +1,7 @@
-"""Reads written workbooks back with xlrd, and follows the positions of rows and texts that the records hold.
-The other positions are checked where the inputs of fuzz/workbook.cpp are replayed."""
+"""Reads written workbooks back with xlrd, and follows the positions that the records hold."""
 import io
 import os
+import random
 import struct
 import tempfile
 import unittest
@@ -39,11 +39,13 @@ class WorkbookTest(unittest.TestCase):
         return book, book.sheet_by_index(0)
 
     def assert_positions(self):
-        """Every DBCELL leads to the first ROW of its block and to the first cell of each row, EXTSST to texts."""
+        """INDEX leads to the widths and to each DBCELL, every DBCELL to the first ROW of its block and to the
+        first cell of each row, EXTSST to texts."""
         found = records(self.path)
         of_kind = lambda *kinds: [data for kind, data in found.values() if kind in kinds]
-        first, end = struct.unpack_from("<II", of_kind(0x20B)[0], 4)
-        blocks = [position for position, (kind, _) in found.items() if kind == 0xD7]
+        _, first, end, widths, *blocks = (number for number, in struct.iter_unpack("<I", of_kind(0x20B)[0]))
+        self.assertEqual(blocks, [position for position, (kind, _) in found.items() if kind == 0xD7])
+        self.assertEqual(found[widths][0], 0x55)
         self.assertEqual(len(blocks), (end - first + 31) // 32)
         for number, position in enumerate(blocks):
             data = found[position][1]
@@ -58,7 +60,9 @@ class WorkbookTest(unittest.TestCase):
                 self.assertEqual((kind, data[:4]), (0xFD, found[position - start + 20 * i][1][:4]))
 
         table, (buckets,) = of_kind(0xFC, 0x3C), of_kind(0xFF)
-        strings, _ = unpack_SST_table(table, struct.unpack_from("<I", table[0], 4)[0])
+        references, distinct = struct.unpack_from("<II", table[0])
+        self.assertEqual(references, len(of_kind(0xFD)))
+        strings, _ = unpack_SST_table(table, distinct)
         texts = strings[::struct.unpack_from("<H", buckets)[0]]
         for text, (place, offset, _) in zip(texts, struct.iter_unpack("<IHH", buckets[2:]), strict=True):
             kind, data = found[place - offset]
@@ -78,6 +82,17 @@ class WorkbookTest(unittest.TestCase):
         self.assertEqual([kind for kind, _ in records(self.path).values()].count(0xFD), len(texts))
         _, sheet = self.read([])
         self.assertEqual((sheet.nrows, sheet.ncols), (0, 0))
+
+    def test_random_workbooks(self):
+        chance = random.Random(1)
+        for _ in range(20):
+            texts = {(chance.choice((0, 31, 32, 5000)) + chance.randrange(40), chance.randrange(256)): (
+                "".join(chance.choices("aéЖ漢😀\U0010fffd", k=chance.randrange(5))) * chance.randrange(4000), chance.random() < .5)
+                for _ in range(chance.randrange(100))}
+            book, sheet = self.read([cell(*place, *text) for place, text in texts.items()])
+            for place, (text, bold) in texts.items():
+                font = book.font_list[book.xf_list[sheet.cell_xf_index(*place)].font_index]
+                self.assertEqual((sheet.cell_value(*place), font.bold), (text, bold))
 
     def test_texts_at_every_record_boundary(self):
         for text in ("", "latin", "жизнь", "😀😀😀", "a😀b😀", "é" * 20000, "ж😀" * 9000):
