@@ -122,11 +122,14 @@ class NothingGetsIn(Case):
             self.assertEqual((own.is_symlink(), own.is_file(), os.path.getsize(canary)), (False, True, 0))
             own.unlink()
 
-    def test_a_tool_is_no_option_of_the_shell(self):
+    def test_a_tool_is_no_option_of_any_shell(self):
         movie = self.make(b"m.xmp", b"#!/bin/sh\ntouch pwned\n", 0o755)
         self.write("work/-a", f"#!/bin/sh\nexec cat {os.fsdecode(self.make(b'p', PACKET))}\n", 0o755)
-        done = self.call("text", "--xmp-tool=-a", movie, "out")
-        self.assertEqual((done, self.files() & {b"work/pwned"}), ((0, "", ""), set()))
+        inside = ["unshare", "-rm", "sh", "-ec", 'mount --bind "$0" /bin/sh; exec "$@"']
+        for shell in [], [*inside, "/bin/dash"], [*inside, "/bin/bash"]:
+            if not shell or run(*shell, "true")[0] == 0:
+                done = run(*shell, MURMURASE, "text", "--xmp-tool=-a", movie, "out", **self.options)
+                self.assertEqual((done, self.files() & {b"work/pwned"}), ((0, "", ""), set()), shell)
 
     def documents(self, canary, url):
         """Commands on documents that ask for both."""
