@@ -234,7 +234,8 @@ static void misuse(murmurase_controller* controller) {
   EXPECT(succeeded(m.new_boolean(true, &value)));
 
   EXPECT(kind(m.controller_new(NULL, &controller)) == MURMURASE_ERROR_ARGUMENT);
-  EXPECT(kind(m.controller_new(&(const murmurase_host){0}, &controller)) == MURMURASE_ERROR_ARGUMENT);
+  EXPECT(kind(m.controller_new(&(const murmurase_host){0}, &controller)) ==
+         MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.get(NULL, "in", &value)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.get(controller, "in", NULL)) == MURMURASE_ERROR_ARGUMENT);
   EXPECT(kind(m.set(controller, "in", value)) == MURMURASE_ERROR_TYPE);
