@@ -99,11 +99,6 @@ fs::path program_folder() {
 #endif
 }
 
-fs::path temporary_folder() {
-  const char* folder = std::getenv("TMPDIR");
-  return fs::absolute(folder == nullptr || *folder == '\0' ? "/tmp" : folder);
-}
-
 void load_module(bool working_folder) {
   if (module.start != nullptr) return;
   const fs::path folder = program_folder();

@@ -31,9 +31,6 @@ using Value = std::unique_ptr<murmurase_value, FreeValue>;
 // The folder that this program was started from.
 std::filesystem::path program_folder();
 
-// $TMPDIR, or /tmp where it is not set.
-std::filesystem::path temporary_folder();
-
 // Loads and starts the module that belongs to this program, before all else here; once, whoever
 // asks. It makes its working folder only if that is needed.
 void load_module(bool working_folder = false);
